@@ -1,0 +1,113 @@
+// CDatabase lifecycle: Init, its failure path, Uninit and InitStmt.
+#include "database.h"
+
+#include "base/base.h"
+#include "host/host_log.h"
+
+namespace database_interface {
+namespace {
+
+constexpr int kOpenFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
+constexpr const char* kForeignKeysSql = "PRAGMA foreign_keys = ON;";
+
+}  // namespace
+
+int CDatabase::Init(const char* path) {
+  if (path == nullptr) return -1;
+  int expected = kClosed;
+  if (!m_state.compare_exchange_strong(expected, kOpening)) return -1;
+  try {
+    if (OpenAndPrepare(path) != 0) return FailInit();
+  } catch (...) {
+    // An exception (a stored version that is not a number, an allocation
+    // failure) must not leave the object stuck in kOpening with its
+    // connection open: restore kClosed, then let it pass on unchanged.
+    FailInit();
+    throw;
+  }
+  m_state.exchange(kReady);
+  return 0;
+}
+
+int CDatabase::OpenAndPrepare(const char* path) {
+  const std::string utf8 = base::CPathUtil::ToUtf8Path(path);
+  if (utf8.empty()) {
+    LogError("[database]Convert sqlite3 file path[%s] failed", path);
+    return -1;
+  }
+  // SQLite hands back a handle even when the open fails (unless it runs out
+  // of memory); the failure path closes it.
+  int rc = sqlite3_open_v2(utf8.c_str(), &m_db, kOpenFlags, nullptr);
+  if (rc != SQLITE_OK) {
+    LogError("[database]Open sqlite3 file[%s] failed:%s", utf8.c_str(), sqlite3_errstr(rc));
+    return -1;
+  }
+  // Foreign keys are on before any table is created or written, so the
+  // cascades from start_recode hold for every row.
+  rc = sqlite3_exec(m_db, kForeignKeysSql, nullptr, nullptr, nullptr);
+  if (rc != SQLITE_OK) {
+    LogError("[database]%s sqlite3_exec with sql[%s] failed:%s",
+             "database_interface::CDatabase::Init", kForeignKeysSql, sqlite3_errstr(rc));
+    return -1;
+  }
+  if (CreateTable() != 0) {
+    LogError("[database]CreateTable failed");
+    return -1;
+  }
+  if (InitStmt(m_dbVersionStmts, kDbVersionSqls, kDbVersionStmtCount) != 0) {
+    LogError("[database]InitStmt failed");
+    return -1;
+  }
+  if (CheckAndUpdateDb() != 0) {
+    LogError("[database]CheckAndUpdateDb failed");
+    return -1;
+  }
+  // The record statements are compiled only now: the migration may have
+  // dropped and recreated their tables.
+  if (InitStmt(m_stmts, kStmtSqls, kStmtCount) != 0) {
+    LogError("[database]InitStmt failed");
+    return -1;
+  }
+  return 0;
+}
+
+void CDatabase::CloseConnection() {
+  if (m_db == nullptr) return;
+  // sqlite3_close_v2 accepts a connection whose statements are not finalized
+  // yet and completes the close when the last one is.
+  const int rc = sqlite3_close_v2(m_db);
+  if (rc != SQLITE_OK) LogError("[database]Close sqlite3 failed:%s", sqlite3_errstr(rc));
+  m_db = nullptr;
+}
+
+int CDatabase::FailInit() {
+  CloseConnection();
+  m_dbVersionStmts.clear();
+  m_stmts.clear();
+  m_state.exchange(kClosed);
+  return -1;
+}
+
+void CDatabase::Uninit() {
+  int expected = kReady;
+  if (!m_state.compare_exchange_strong(expected, kClosing)) return;
+  m_dbVersionStmts.clear();
+  m_stmts.clear();
+  CloseConnection();
+  m_state.exchange(kClosed);
+}
+
+int CDatabase::InitStmt(StmtTable& table, const char* const* sqls, size_t count) {
+  table.reserve(count);
+  for (size_t i = 0; i < count; ++i) {
+    table.push_back(std::make_shared<SqlStmt>(m_db, sqls[i]));
+    if (table.back()->stmt == nullptr) {
+      // Releases every entry so far: each prepared statement is finalized.
+      table.clear();
+      return -1;
+    }
+  }
+  return 0;
+}
+
+}  // namespace database_interface

@@ -1,0 +1,17 @@
+// The one way this library writes a log line: through the host's logger.
+#ifndef DATABASE_INTERFACE_SRC_HOST_HOST_LOG_H_
+#define DATABASE_INTERFACE_SRC_HOST_HOST_LOG_H_
+
+namespace database_interface {
+
+// Every line this library writes reports a failure, at the host's error level.
+constexpr int kLogLevelError = 60;
+
+// Writes one line at kLogLevelError through the host's process logger, on the
+// calling thread. Every conversion in `format` must be "%s" and every argument
+// a NUL-terminated string; at most four arguments.
+void LogError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace database_interface
+
+#endif  // DATABASE_INTERFACE_SRC_HOST_HOST_LOG_H_

@@ -1,0 +1,82 @@
+// SqlStmt, one prepared statement with its lock, and StmtScope, the single
+// way a statement is run: lock, bind by name, step, read, reset, unlock.
+#ifndef DATABASE_INTERFACE_SRC_SQL_STMT_H_
+#define DATABASE_INTERFACE_SRC_SQL_STMT_H_
+
+#include <sqlite3.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+namespace database_interface {
+
+// One prepared statement. Prepared in the constructor and finalized in the
+// destructor, both under `mutex`; a failed prepare is logged and leaves
+// `stmt` null. Created with std::make_shared and owned by a statement table.
+struct SqlStmt {
+  SqlStmt(sqlite3* db, const char* sql);
+  ~SqlStmt();
+  SqlStmt(const SqlStmt&) = delete;
+  SqlStmt& operator=(const SqlStmt&) = delete;
+
+  std::mutex mutex;              // serialises every use of `stmt`
+  sqlite3_stmt* stmt = nullptr;  // guarded by `mutex`
+};
+
+// One run of a statement, from lock to reset. Every failing call writes its
+// one log line, naming the operation, the SQL text and the parameter, never a
+// bound value. The destructor resets the statement on every path, exceptions
+// included, so no read transaction is left open and no bound text outlives
+// the caller's memory.
+//
+// Requires: `entry.stmt` is prepared; `name` and `sql` outlive the scope.
+class StmtScope {
+ public:
+  enum class Step { kRow, kDone, kFailed };
+
+  StmtScope(SqlStmt& entry, const char* name, const char* sql)
+      : m_lock(entry.mutex), m_stmt(entry.stmt), m_name(name), m_sql(sql) {}
+  // The reset runs in the body, the lock is released when the member is
+  // destroyed afterwards: reset always happens under the lock.
+  ~StmtScope() { sqlite3_reset(m_stmt); }
+  StmtScope(const StmtScope&) = delete;
+  StmtScope& operator=(const StmtScope&) = delete;
+
+  // Binds by parameter name (colon included). Texts are bound without a copy:
+  // sound because the step and the reset both happen before the scope ends,
+  // while the caller's text is still alive. Each returns false after logging.
+  bool BindText(const char* param, const char* text, int length);  // length as given
+  bool BindString(const char* param, const std::string& text);     // its size()
+  bool BindCString(const char* param, const char* text);           // up to its NUL
+  bool BindInt(const char* param, int value);
+  bool BindInt64(const char* param, int64_t value);
+
+  // Steps once; logs any code but SQLITE_ROW and SQLITE_DONE.
+  Step Next();
+  // For statements that yield no row: 0 on ROW or DONE, -1 on failure.
+  int Exec() { return Next() == Step::kFailed ? -1 : 0; }
+  // For single-row statements: 1 on a row (read it now), 0 on none, -1.
+  int Fetch();
+
+  int ColumnInt(int column) { return sqlite3_column_int(m_stmt, column); }
+  int64_t ColumnInt64(int column) { return sqlite3_column_int64(m_stmt, column); }
+  // The column's text, or null after logging when SQLite yields none (a NULL
+  // value, or SQLite out of memory).
+  const char* ColumnText(int column);
+
+ private:
+  bool BindTextOfSize(const char* param, const char* text, size_t size);
+  enum class BindKind { kText, kInt, kInt64 };
+  bool BindFailed(BindKind kind, const char* param, int rc);
+
+  std::lock_guard<std::mutex> m_lock;
+  sqlite3_stmt* const m_stmt;
+  const char* const m_name;
+  const char* const m_sql;
+};
+
+}  // namespace database_interface
+
+#endif  // DATABASE_INTERFACE_SRC_SQL_STMT_H_
