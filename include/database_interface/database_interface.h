@@ -29,8 +29,9 @@
 // Logging. Each failure writes exactly one line, beginning "[database]",
 // through base::IBaseLogInterface::GetLogInstance() at level 60; a call
 // refused because the object is not open, or because a required text is
-// null, writes nothing. Bound values (keys, secrets, paths) never appear in a
-// line. Nothing is logged on success.
+// null, writes nothing. Bound values (keys, secrets, record texts) never
+// appear in a line; the path given to `Init` does. Nothing is logged on
+// success.
 //
 // Exceptions. The library throws nothing of its own. What the standard
 // library raises passes through: std::bad_alloc, std::system_error from a
