@@ -16,8 +16,10 @@ unexpected=$(grep -vE "$allowed" <<<"$ours" || true)
 if [ -n "$unexpected" ]; then
   echo "unexpected exports:"; echo "$unexpected"; exit 1
 fi
+# The vtable of the abstract interface is emitted, weak, wherever a constructor
+# needs it; an optimised build needs none, so it is not required here.
 for required in 'IDatabaseInterface::GetDbInstance()' 'IDatabaseInterface::CreateDatabaseInterface()' \
-                'vtable for database_interface::IDatabaseInterface'; do
+                'typeinfo for database_interface::IDatabaseInterface'; do
   grep -qF "$required" <<<"$symbols" || { echo "missing export: $required"; exit 1; }
 done
 echo "exports ok"
