@@ -29,13 +29,16 @@ namespace {
 
 // In the threadsafe style the child re-runs the test body from its start, so
 // everything a scenario touches, its temp directory included, is made inside
-// the scenario itself; only the child's exit status reaches the parent.
-#define EXPECT_SCENARIO_PASSES(scenario) \
-  EXPECT_EXIT(                           \
-      {                                  \
-        scenario();                      \
-        std::exit(0);                    \
-      },                                 \
+// the scenario itself; only the child's exit status reaches the parent. The
+// shared object's connection stays open at unload unless the host closes it,
+// so the child does, as a host that wants a clean exit would.
+#define EXPECT_SCENARIO_PASSES(scenario)                \
+  EXPECT_EXIT(                                          \
+      {                                                 \
+        scenario();                                     \
+        IDatabaseInterface::GetDbInstance()->Uninit();  \
+        std::exit(0);                                   \
+      },                                                \
       ::testing::ExitedWithCode(0), "")
 
 constexpr int64_t kYear2100 = 4102444800000;  // milliseconds since 1970
