@@ -54,7 +54,7 @@ int CDatabase::OpenAndPrepare(const char* path) {
     LogError("[database]CreateTable failed");
     return -1;
   }
-  if (InitStmt(m_dbVersionStmts, kDbVersionSqls, kDbVersionStmtCount) != 0) {
+  if (InitStmt(m_dbVersionStmts.data(), kDbVersionSqls, kDbVersionStmtCount) != 0) {
     LogError("[database]InitStmt failed");
     return -1;
   }
@@ -64,7 +64,7 @@ int CDatabase::OpenAndPrepare(const char* path) {
   }
   // The record statements are compiled only now: the migration may have
   // dropped and recreated their tables.
-  if (InitStmt(m_stmts, kStmtSqls, kStmtCount) != 0) {
+  if (InitStmt(m_stmts.data(), kStmtSqls, kStmtCount) != 0) {
     LogError("[database]InitStmt failed");
     return -1;
   }
@@ -82,8 +82,8 @@ void CDatabase::CloseConnection() {
 
 int CDatabase::FailInit() {
   CloseConnection();
-  m_dbVersionStmts.clear();
-  m_stmts.clear();
+  FinalizeStmts(m_dbVersionStmts.data(), kDbVersionStmtCount);
+  FinalizeStmts(m_stmts.data(), kStmtCount);
   m_state.exchange(kClosed);
   return -1;
 }
@@ -91,23 +91,27 @@ int CDatabase::FailInit() {
 void CDatabase::Uninit() {
   int expected = kReady;
   if (!m_state.compare_exchange_strong(expected, kClosing)) return;
-  m_dbVersionStmts.clear();
-  m_stmts.clear();
+  // A call that passed its ready check before the exchange either finishes
+  // first (Finalize waits for its lock) or finds its slot empty and fails.
+  FinalizeStmts(m_dbVersionStmts.data(), kDbVersionStmtCount);
+  FinalizeStmts(m_stmts.data(), kStmtCount);
   CloseConnection();
   m_state.exchange(kClosed);
 }
 
-int CDatabase::InitStmt(StmtTable& table, const char* const* sqls, size_t count) {
-  table.reserve(count);
+int CDatabase::InitStmt(SqlStmt* table, const char* const* sqls, size_t count) {
   for (size_t i = 0; i < count; ++i) {
-    table.push_back(std::make_shared<SqlStmt>(m_db, sqls[i]));
-    if (table.back()->stmt == nullptr) {
-      // Releases every entry so far: each prepared statement is finalized.
-      table.clear();
+    if (!table[i].Prepare(m_db, sqls[i])) {
+      // The table is all or nothing: the statements before it are finalized.
+      FinalizeStmts(table, i);
       return -1;
     }
   }
   return 0;
+}
+
+void CDatabase::FinalizeStmts(SqlStmt* table, size_t count) noexcept {
+  for (size_t i = 0; i < count; ++i) table[i].Finalize();
 }
 
 }  // namespace database_interface

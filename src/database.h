@@ -3,6 +3,7 @@
 #ifndef DATABASE_INTERFACE_SRC_DATABASE_H_
 #define DATABASE_INTERFACE_SRC_DATABASE_H_
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <memory>
@@ -65,27 +66,25 @@ class CDatabase final : public IDatabaseInterface,
   int DeleteAllSessionCache() override;
 
  private:
-  using StmtTable = std::vector<std::shared_ptr<SqlStmt>>;
-
   // The ready check every data operation makes first, without a lock.
   bool IsReady() const { return m_state.load() == kReady; }
 
-  // A run of one statement of a complete table. Requires: the table is
-  // complete (the object is ready, or Init is past the table's InitStmt).
+  // A run of one statement, under its lock.
   StmtScope Run(StatementId id) {
     const size_t i = Index(id);
-    return StmtScope(*m_stmts[i], kStmtNames[i], kStmtSqls[i]);
+    return StmtScope(m_stmts[i], kStmtNames[i], kStmtSqls[i]);
   }
   StmtScope Run(DbVersionStatementId id) {
     const size_t i = Index(id);
-    return StmtScope(*m_dbVersionStmts[i], kDbVersionStmtNames[i], kDbVersionSqls[i]);
+    return StmtScope(m_dbVersionStmts[i], kDbVersionStmtNames[i], kDbVersionSqls[i]);
   }
 
   // Lifecycle.
   int OpenAndPrepare(const char* path);
   int FailInit();
   void CloseConnection();
-  int InitStmt(StmtTable& table, const char* const* sqls, size_t count);
+  int InitStmt(SqlStmt* table, const char* const* sqls, size_t count);
+  static void FinalizeStmts(SqlStmt* table, size_t count) noexcept;
 
   // Schema and version migration; none makes the ready check.
   int CreateTable();
@@ -98,12 +97,13 @@ class CDatabase final : public IDatabaseInterface,
   int ReCreateTable();
   int CheckAndUpdateDb();
 
-  // Written only by Init and Uninit while m_state is kOpening or kClosing;
-  // read by data operations only after they have seen kReady.
-  StmtTable m_dbVersionStmts;
-  StmtTable m_stmts;
+  // Statement slots, fixed for the object's life so that a call racing with
+  // Uninit or a second Init never touches freed memory. Each statement is
+  // guarded by its own slot's mutex.
+  std::array<SqlStmt, kDbVersionStmtCount> m_dbVersionStmts;
+  std::array<SqlStmt, kStmtCount> m_stmts;
   std::atomic<int> m_state{kClosed};  // DbState; the only guard of the lifecycle
-  sqlite3* m_db = nullptr;            // owned; released by Uninit or a failed Init
+  sqlite3* m_db = nullptr;  // owned; written only by Init and Uninit while they hold m_state
 };
 
 }  // namespace database_interface

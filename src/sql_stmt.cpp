@@ -8,22 +8,20 @@
 
 namespace database_interface {
 
-SqlStmt::SqlStmt(sqlite3* db, const char* sql) {
-  if (db == nullptr || sql == nullptr) return;
+bool SqlStmt::Prepare(sqlite3* db, const char* sql) {
   std::lock_guard<std::mutex> lock(mutex);
   const int rc = sqlite3_prepare_v2(db, sql, static_cast<int>(std::strlen(sql)), &stmt, nullptr);
-  if (rc != SQLITE_OK) {
-    LogError("[database]prepare sql[%s] failed:%s", sql, sqlite3_errstr(rc));
-    stmt = nullptr;
-  }
+  if (rc == SQLITE_OK) return true;
+  LogError("[database]prepare sql[%s] failed:%s", sql, sqlite3_errstr(rc));
+  stmt = nullptr;
+  return false;
 }
 
-SqlStmt::~SqlStmt() {
+void SqlStmt::Finalize() noexcept {
   std::lock_guard<std::mutex> lock(mutex);
-  if (stmt != nullptr) {
-    sqlite3_finalize(stmt);
-    stmt = nullptr;
-  }
+  if (stmt == nullptr) return;
+  sqlite3_finalize(stmt);
+  stmt = nullptr;
 }
 
 bool StmtScope::BindFailed(BindKind kind, const char* param, int rc) {
@@ -46,6 +44,7 @@ bool StmtScope::BindFailed(BindKind kind, const char* param, int rc) {
 }
 
 bool StmtScope::BindText(const char* param, const char* text, int length) {
+  if (m_stmt == nullptr) return false;
   const int rc = sqlite3_bind_text(m_stmt, sqlite3_bind_parameter_index(m_stmt, param), text,
                                    length, SQLITE_STATIC);
   return rc == SQLITE_OK || BindFailed(BindKind::kText, param, rc);
@@ -54,6 +53,7 @@ bool StmtScope::BindText(const char* param, const char* text, int length) {
 bool StmtScope::BindTextOfSize(const char* param, const char* text, size_t size) {
   // SQLite takes a text's length as an int: a longer text is refused rather
   // than silently cut.
+  if (m_stmt == nullptr) return false;
   if (size > static_cast<size_t>(INT_MAX)) return BindFailed(BindKind::kText, param, SQLITE_TOOBIG);
   return BindText(param, text, static_cast<int>(size));
 }
@@ -67,17 +67,20 @@ bool StmtScope::BindCString(const char* param, const char* text) {
 }
 
 bool StmtScope::BindInt(const char* param, int value) {
+  if (m_stmt == nullptr) return false;
   const int rc = sqlite3_bind_int(m_stmt, sqlite3_bind_parameter_index(m_stmt, param), value);
   return rc == SQLITE_OK || BindFailed(BindKind::kInt, param, rc);
 }
 
 bool StmtScope::BindInt64(const char* param, int64_t value) {
+  if (m_stmt == nullptr) return false;
   const int rc = sqlite3_bind_int64(m_stmt, sqlite3_bind_parameter_index(m_stmt, param),
                                     static_cast<sqlite3_int64>(value));
   return rc == SQLITE_OK || BindFailed(BindKind::kInt64, param, rc);
 }
 
 StmtScope::Step StmtScope::Next() {
+  if (m_stmt == nullptr) return Step::kFailed;
   const int rc = sqlite3_step(m_stmt);
   if (rc == SQLITE_ROW) return Step::kRow;
   if (rc == SQLITE_DONE) return Step::kDone;

@@ -12,14 +12,21 @@
 
 namespace database_interface {
 
-// One prepared statement. Prepared in the constructor and finalized in the
-// destructor, both under `mutex`; a failed prepare is logged and leaves
-// `stmt` null. Created with std::make_shared and owned by a statement table.
+// One statement slot of a CDatabase. The slot lives as long as the object;
+// the statement in it is prepared by Init and finalized by Uninit, both under
+// `mutex`, so a call that takes the lock sees either a usable statement or
+// none, never a finalized one.
 struct SqlStmt {
-  SqlStmt(sqlite3* db, const char* sql);
-  ~SqlStmt();
+  SqlStmt() = default;
+  ~SqlStmt() { Finalize(); }
   SqlStmt(const SqlStmt&) = delete;
   SqlStmt& operator=(const SqlStmt&) = delete;
+
+  // Prepares `sql` on `db`. On failure logs one line, leaves `stmt` null and
+  // returns false. Requires: no statement in the slot.
+  bool Prepare(sqlite3* db, const char* sql);
+  // Finalizes the statement, if any; the slot is empty afterwards.
+  void Finalize() noexcept;
 
   std::mutex mutex;              // serialises every use of `stmt`
   sqlite3_stmt* stmt = nullptr;  // guarded by `mutex`
@@ -31,7 +38,11 @@ struct SqlStmt {
 // included, so no read transaction is left open and no bound text outlives
 // the caller's memory.
 //
-// Requires: `entry.stmt` is prepared; `name` and `sql` outlive the scope.
+// A slot found empty under the lock means the object was closed after the
+// caller's ready check: every call then fails without a log line, like the
+// ready check itself.
+//
+// Requires: `name` and `sql` outlive the scope.
 class StmtScope {
  public:
   enum class Step { kRow, kDone, kFailed };
@@ -40,7 +51,9 @@ class StmtScope {
       : m_lock(entry.mutex), m_stmt(entry.stmt), m_name(name), m_sql(sql) {}
   // The reset runs in the body, the lock is released when the member is
   // destroyed afterwards: reset always happens under the lock.
-  ~StmtScope() { sqlite3_reset(m_stmt); }
+  ~StmtScope() {
+    if (m_stmt != nullptr) sqlite3_reset(m_stmt);
+  }
   StmtScope(const StmtScope&) = delete;
   StmtScope& operator=(const StmtScope&) = delete;
 
@@ -60,6 +73,7 @@ class StmtScope {
   // For single-row statements: 1 on a row (read it now), 0 on none, -1.
   int Fetch();
 
+  // Column readers. Requires: the last Next() gave kRow.
   int ColumnInt(int column) { return sqlite3_column_int(m_stmt, column); }
   int64_t ColumnInt64(int column) { return sqlite3_column_int64(m_stmt, column); }
   // The column's text, or null after logging when SQLite yields none (a NULL
