@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs the Debian packages this project needs to build and test, when
-# they are missing. Safe to run again: it installs nothing already present.
+# they are missing, plus any package named on the command line. Safe to run
+# again: it installs nothing already present.
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config libsqlite3-dev libgtest-dev libgmock-dev binutils)
+packages=(cmake g++ make pkg-config libsqlite3-dev libgtest-dev libgmock-dev binutils "$@")
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||

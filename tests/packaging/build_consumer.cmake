@@ -1,11 +1,72 @@
-# Configures, builds and runs the add_subdirectory() consumer in WORK_DIR.
-file(REMOVE_RECURSE ${WORK_DIR})
-foreach(step
-    "${CMAKE_COMMAND};-S;${SOURCE_DIR}/tests/packaging/consumer;-B;${WORK_DIR};-DDATABASE_INTERFACE_SOURCE_DIR=${SOURCE_DIR}"
-    "${CMAKE_COMMAND};--build;${WORK_DIR};-j;2"
-    "${WORK_DIR}/consumer;${WORK_DIR}/consumer.db")
-  execute_process(COMMAND ${step} RESULT_VARIABLE rc)
+# Builds and runs the consumer in tests/packaging/consumer/ one way, in
+# WORK_DIR (emptied first):
+#   MODE=install           installs BUILD_DIR into PREFIX and checks what is there
+#   MODE=find_package      CMake project, find_package() in PREFIX
+#   MODE=pkg_config        CXX with `pkg-config --cflags --libs` against PREFIX
+#   MODE=add_subdirectory  CMake project embedding SOURCE_DIR
+# PREFIX/LIBDIR is where the libraries are installed.
+cmake_minimum_required(VERSION 3.16)
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
-    message(FATAL_ERROR "failed (${rc}): ${step}")
+    string(REPLACE ";" " " command "${ARGN}")
+    message(FATAL_ERROR "failed (${rc}): ${command}")
   endif()
-endforeach()
+endfunction()
+
+set(consumer_dir ${SOURCE_DIR}/tests/packaging/consumer)
+set(cmake_consumer
+  ${CMAKE_COMMAND} -S ${consumer_dir} -B ${WORK_DIR} -DCMAKE_CXX_COMPILER=${CXX})
+file(REMOVE_RECURSE ${WORK_DIR})
+
+if(MODE STREQUAL "install")
+  file(REMOVE_RECURSE ${PREFIX})
+  run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX})
+  # Exactly the public headers, and nothing of src/.
+  file(GLOB_RECURSE headers RELATIVE ${PREFIX}/include ${PREFIX}/include/*)
+  set(expected base/base.h database_interface/database_interface.h database_interface/export.h)
+  list(SORT headers)
+  if(NOT headers STREQUAL expected)
+    message(FATAL_ERROR "installed headers: ${headers}; expected: ${expected}")
+  endif()
+  foreach(file
+      libdatabase_interface.so libdatabase_interface.so.1 libdatabase_interface.so.1.24.0
+      libbase.so pkgconfig/database_interface.pc
+      cmake/database_interface/database_interfaceConfig.cmake
+      cmake/database_interface/database_interfaceConfigVersion.cmake
+      cmake/database_interface/database_interfaceTargets.cmake)
+    if(NOT EXISTS ${PREFIX}/${LIBDIR}/${file})
+      message(FATAL_ERROR "not installed: ${LIBDIR}/${file}")
+    endif()
+  endforeach()
+elseif(MODE STREQUAL "find_package")
+  run(${cmake_consumer} -DCMAKE_PREFIX_PATH=${PREFIX})
+  run(${CMAKE_COMMAND} --build ${WORK_DIR})
+  run(${WORK_DIR}/consumer ${WORK_DIR}/consumer.db)
+elseif(MODE STREQUAL "pkg_config")
+  find_program(pkg_config pkg-config)
+  if(NOT pkg_config)
+    message(FATAL_ERROR "pkg-config not found")
+  endif()
+  set(ENV{PKG_CONFIG_PATH} ${PREFIX}/${LIBDIR}/pkgconfig)
+  run(${pkg_config} --print-errors --atleast-version=1.24 database_interface)
+  execute_process(COMMAND ${pkg_config} --cflags --libs database_interface
+    OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0 OR flags MATCHES "(^| )-W")
+    message(FATAL_ERROR "pkg-config --cflags --libs database_interface (${rc}): ${flags}")
+  endif()
+  separate_arguments(flags UNIX_COMMAND "${flags}")
+  file(MAKE_DIRECTORY ${WORK_DIR})
+  run(${CXX} -std=c++17 ${consumer_dir}/consumer.cpp ${flags} -o ${WORK_DIR}/consumer)
+  # Like any library outside the linker's default paths, it is found at run
+  # time through LD_LIBRARY_PATH.
+  run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${PREFIX}/${LIBDIR}
+    ${WORK_DIR}/consumer ${WORK_DIR}/consumer.db)
+elseif(MODE STREQUAL "add_subdirectory")
+  run(${cmake_consumer} -DDATABASE_INTERFACE_SOURCE_DIR=${SOURCE_DIR})
+  run(${CMAKE_COMMAND} --build ${WORK_DIR} -j 2)
+  run(${WORK_DIR}/consumer ${WORK_DIR}/consumer.db)
+else()
+  message(FATAL_ERROR "MODE must be install, find_package, pkg_config or add_subdirectory")
+endif()
