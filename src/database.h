@@ -27,8 +27,7 @@ enum DbState : int {
 
 // Only ever created by std::make_shared and owned through std::shared_ptr,
 // whose control block destroys it as a CDatabase.
-class CDatabase final : public IDatabaseInterface,
-                        public std::enable_shared_from_this<CDatabase> {
+class CDatabase final : public IDatabaseInterface, public std::enable_shared_from_this<CDatabase> {
  public:
   CDatabase() = default;
   // Finalizes every statement still held; does not close the connection.
@@ -43,8 +42,8 @@ class CDatabase final : public IDatabaseInterface,
   int InsertMessageCollectKey(const char* message_access_key, int message_access_key_len,
                               const char* message_access_secret_key,
                               int message_access_secret_key_len) override;
-  int InsertStartRecode(int& id, const char* sdk_version, int sdk_version_len,
-                        const char* sdk_type, int sdk_type_len, int64_t start_time) override;
+  int InsertStartRecode(int& id, const char* sdk_version, int sdk_version_len, const char* sdk_type,
+                        int sdk_type_len, int64_t start_time) override;
   int SelectStartRecode(int id, std::string& sdk_version, std::string& sdk_type,
                         int64_t& start_time) override;
   int DeleteStartRecode(int id) override;
@@ -72,11 +71,11 @@ class CDatabase final : public IDatabaseInterface,
   // A run of one statement, under its lock.
   StmtScope Run(StatementId id) {
     const size_t i = Index(id);
-    return StmtScope(m_stmts[i], kStmtNames[i], kStmtSqls[i]);
+    return {m_stmts[i], kStmtNames[i], kStmtSqls[i]};
   }
   StmtScope Run(DbVersionStatementId id) {
     const size_t i = Index(id);
-    return StmtScope(m_dbVersionStmts[i], kDbVersionStmtNames[i], kDbVersionSqls[i]);
+    return {m_dbVersionStmts[i], kDbVersionStmtNames[i], kDbVersionSqls[i]};
   }
 
   // Lifecycle.

@@ -169,8 +169,7 @@ int CDatabase::CheckAndUpdateDb() {
     return 0;
   }
   switch (VersionCompare(version.c_str(), kDbVersion)) {
-    case 0:
-      return 0;
+    case 0: return 0;
     case 1:
       if (VersionChangeDb(version) == -1) {
         LogError("[database]VersionChangeDb failed");

@@ -28,12 +28,12 @@ bool StmtScope::BindFailed(BindKind kind, const char* param, int rc) {
   // One literal format per kind, so the compiler checks each argument list.
   switch (kind) {
     case BindKind::kText:
-      LogError("[database]%s sqlite3_bind_text with sql[%s] at[%s] failed:%s", m_name, m_sql,
-               param, sqlite3_errstr(rc));
+      LogError("[database]%s sqlite3_bind_text with sql[%s] at[%s] failed:%s", m_name, m_sql, param,
+               sqlite3_errstr(rc));
       break;
     case BindKind::kInt:
-      LogError("[database]%s sqlite3_bind_int with sql[%s] at[%s] failed:%s", m_name, m_sql,
-               param, sqlite3_errstr(rc));
+      LogError("[database]%s sqlite3_bind_int with sql[%s] at[%s] failed:%s", m_name, m_sql, param,
+               sqlite3_errstr(rc));
       break;
     case BindKind::kInt64:
       LogError("[database]%s sqlite3_bind_int64 with sql[%s] at[%s] failed:%s", m_name, m_sql,
@@ -103,8 +103,8 @@ const char* StmtScope::ColumnText(int column) {
   if (text != nullptr) return reinterpret_cast<const char*>(text);
   // The columns are NOT NULL, so no text means SQLite ran out of memory
   // converting it, unless a foreign table holds a real NULL.
-  const int rc = sqlite3_column_type(m_stmt, column) == SQLITE_NULL ? SQLITE_MISMATCH
-                                                                    : SQLITE_NOMEM;
+  const int rc =
+      sqlite3_column_type(m_stmt, column) == SQLITE_NULL ? SQLITE_MISMATCH : SQLITE_NOMEM;
   LogError("[database]%s sqlite3_column_text with sql[%s] failed:%s", m_name, m_sql,
            sqlite3_errstr(rc));
   return nullptr;

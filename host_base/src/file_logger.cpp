@@ -53,8 +53,7 @@ int CFileLogger::WriteMessage(const int& level, const int& tid, const char* mess
   const auto now = std::chrono::system_clock::now();
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   const auto millis =
-      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() %
-      1000;
+      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
   std::tm local{};
   localtime_r(&seconds, &local);
   char stamp[32];
@@ -63,8 +62,8 @@ int CFileLogger::WriteMessage(const int& level, const int& tid, const char* mess
   // One fprintf per line under the lock: lines never interleave.
   std::lock_guard<std::mutex> lock(m_mutex);
   std::FILE* out = Destination();
-  const int rc = std::fprintf(out, "%s.%03d [%d] [%d] %s\n", stamp, static_cast<int>(millis),
-                              level, tid, message != nullptr ? message : "");
+  const int rc = std::fprintf(out, "%s.%03d [%d] [%d] %s\n", stamp, static_cast<int>(millis), level,
+                              tid, message != nullptr ? message : "");
   std::fflush(out);
   return rc < 0 ? -1 : 0;
 }

@@ -12,10 +12,12 @@
 // operation runs its one prepared statement under that statement's own lock,
 // so different operations run in parallel and two calls of one operation run
 // one after the other. `Init` and `Uninit` turn a concurrent second caller
-// away (-1, or nothing done) instead of waiting. Nothing holds a data
-// operation off while `Uninit` runs: the host must not let `Uninit` overlap
-// other calls on the same object, nor let the last reference go while a call
-// is in progress.
+// away (-1, or nothing done) instead of waiting. A call that overlaps `Uninit`
+// (or a following `Init`) on the same object is safe: it either completes
+// before its statement is finalized or returns -1 without a log line; `Uninit`
+// waits only for calls already running their statement. Keep a reference to
+// the object for the whole of every call: the last reference must not go
+// while a call is in progress.
 //
 // Results. Every operation but `Uninit` returns -1 on any failure: an object
 // that is not open, a null text where one is required, a failed SQLite call.
@@ -36,7 +38,10 @@
 // Exceptions. The library throws nothing of its own. What the standard
 // library raises passes through: std::bad_alloc, std::system_error from a
 // mutex, and from `Init` std::invalid_argument / std::out_of_range when the
-// file's stored schema version has a part that is not a number.
+// file's stored schema version has a part that is not a number. When an
+// exception leaves `Init`, the object has first been closed again, so a later
+// `Init` on a good file succeeds; one leaving a data operation has reset its
+// statement and released its lock.
 #ifndef DATABASE_INTERFACE_DATABASE_INTERFACE_H_
 #define DATABASE_INTERFACE_DATABASE_INTERFACE_H_
 
@@ -54,8 +59,8 @@ namespace database_interface {
 /// record it belongs to, and its creation time in the caller's unit.
 struct DATABASE_INTERFACE_EXPORT CoreRecode {
   CoreRecode() = default;
-  CoreRecode(int id_, std::string dump_file_path_, std::string log_file_path_,
-             int start_recode_id_, int64_t create_time_)
+  CoreRecode(int id_, std::string dump_file_path_, std::string log_file_path_, int start_recode_id_,
+             int64_t create_time_)
       : id(id_),
         dump_file_path(std::move(dump_file_path_)),
         log_file_path(std::move(log_file_path_)),
@@ -103,12 +108,15 @@ class DATABASE_INTERFACE_EXPORT IDatabaseInterface {
   /// or the object is not closed (already open, or another `Init`/`Uninit`
   /// is running); -1 with log lines on any other failure, leaving the object
   /// closed and reusable. A file with a newer schema version loses its start,
-  /// crash dump, instance and session records (message keys survive).
+  /// crash dump, instance and session records (message keys survive). A
+  /// stored version that is not three numbers fails every `Init` until the
+  /// file is repaired; see Exceptions for a part that is not a number.
   virtual int Init(const char* path) = 0;
 
   /// Closes the object; it may be opened again with `Init`. Does nothing on an
-  /// object that is not open. Must not overlap other calls on the object.
-  /// Destroying an object does not close its connection: call `Uninit` first.
+  /// object that is not open. Calls running meanwhile finish first or return
+  /// -1. Destroying an object does not close its connection (its file stays
+  /// open until the process ends): call `Uninit` first.
   virtual void Uninit() = 0;
 
   // ---- Message collection key ----------------------------------------------
