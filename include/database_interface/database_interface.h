@@ -110,7 +110,8 @@ class DATABASE_INTERFACE_EXPORT IDatabaseInterface {
   /// closed and reusable. A file with a newer schema version loses its start,
   /// crash dump, instance and session records (message keys survive). A
   /// stored version that is not three numbers fails every `Init` until the
-  /// file is repaired; see Exceptions for a part that is not a number.
+  /// file is repaired; see Exceptions for a part that is not a number. A file
+  /// the process may only read opens read-only: reads work, writes fail.
   virtual int Init(const char* path) = 0;
 
   /// Closes the object; it may be opened again with `Init`. Does nothing on an
