@@ -1,7 +1,7 @@
 // Preparing, finalizing and running one statement.
 #include "sql_stmt.h"
 
-#include <climits>
+#include <algorithm>
 #include <cstring>
 
 #include "host/host_log.h"
@@ -11,10 +11,15 @@ namespace database_interface {
 bool SqlStmt::Prepare(sqlite3* db, const char* sql) {
   std::lock_guard<std::mutex> lock(mutex);
   const int rc = sqlite3_prepare_v2(db, sql, static_cast<int>(std::strlen(sql)), &stmt, nullptr);
-  if (rc == SQLITE_OK) return true;
-  LogError("[database]prepare sql[%s] failed:%s", sql, sqlite3_errstr(rc));
-  stmt = nullptr;
-  return false;
+  if (rc != SQLITE_OK) {
+    LogError("[database]prepare sql[%s] failed:%s", sql, sqlite3_errstr(rc));
+    stmt = nullptr;
+    return false;
+  }
+  param_count = std::min(sqlite3_bind_parameter_count(stmt), kMaxParams);
+  for (int i = 1; i <= param_count; ++i)
+    params[static_cast<size_t>(i)] = sqlite3_bind_parameter_name(stmt, i);
+  return true;
 }
 
 void SqlStmt::Finalize() noexcept {
@@ -22,6 +27,8 @@ void SqlStmt::Finalize() noexcept {
   if (stmt == nullptr) return;
   sqlite3_finalize(stmt);
   stmt = nullptr;
+  params.fill(nullptr);
+  param_count = 0;
 }
 
 bool StmtScope::BindFailed(BindKind kind, const char* param, int rc) {
@@ -43,64 +50,12 @@ bool StmtScope::BindFailed(BindKind kind, const char* param, int rc) {
   return false;
 }
 
-bool StmtScope::BindText(const char* param, const char* text, int length) {
-  if (m_stmt == nullptr) return false;
-  const int rc = sqlite3_bind_text(m_stmt, sqlite3_bind_parameter_index(m_stmt, param), text,
-                                   length, SQLITE_STATIC);
-  return rc == SQLITE_OK || BindFailed(BindKind::kText, param, rc);
-}
-
-bool StmtScope::BindTextOfSize(const char* param, const char* text, size_t size) {
-  // SQLite takes a text's length as an int: a longer text is refused rather
-  // than silently cut.
-  if (m_stmt == nullptr) return false;
-  if (size > static_cast<size_t>(INT_MAX)) return BindFailed(BindKind::kText, param, SQLITE_TOOBIG);
-  return BindText(param, text, static_cast<int>(size));
-}
-
-bool StmtScope::BindString(const char* param, const std::string& text) {
-  return BindTextOfSize(param, text.data(), text.size());
-}
-
-bool StmtScope::BindCString(const char* param, const char* text) {
-  return BindTextOfSize(param, text, std::strlen(text));
-}
-
-bool StmtScope::BindInt(const char* param, int value) {
-  if (m_stmt == nullptr) return false;
-  const int rc = sqlite3_bind_int(m_stmt, sqlite3_bind_parameter_index(m_stmt, param), value);
-  return rc == SQLITE_OK || BindFailed(BindKind::kInt, param, rc);
-}
-
-bool StmtScope::BindInt64(const char* param, int64_t value) {
-  if (m_stmt == nullptr) return false;
-  const int rc = sqlite3_bind_int64(m_stmt, sqlite3_bind_parameter_index(m_stmt, param),
-                                    static_cast<sqlite3_int64>(value));
-  return rc == SQLITE_OK || BindFailed(BindKind::kInt64, param, rc);
-}
-
-StmtScope::Step StmtScope::Next() {
-  if (m_stmt == nullptr) return Step::kFailed;
-  const int rc = sqlite3_step(m_stmt);
-  if (rc == SQLITE_ROW) return Step::kRow;
-  if (rc == SQLITE_DONE) return Step::kDone;
-  // No retry and no busy handler: SQLITE_BUSY fails the call like any code.
+StmtScope::Step StmtScope::StepFailed(int rc) {
   LogError("[database]%s sqlite3_step with sql[%s] failed:%s", m_name, m_sql, sqlite3_errstr(rc));
   return Step::kFailed;
 }
 
-int StmtScope::Fetch() {
-  switch (Next()) {
-    case Step::kRow: return 1;
-    case Step::kDone: return 0;
-    case Step::kFailed: break;
-  }
-  return -1;
-}
-
-const char* StmtScope::ColumnText(int column) {
-  const unsigned char* text = sqlite3_column_text(m_stmt, column);
-  if (text != nullptr) return reinterpret_cast<const char*>(text);
+const char* StmtScope::ColumnTextFailed(int column) {
   // The columns are NOT NULL, so no text means SQLite ran out of memory
   // converting it, unless a foreign table holds a real NULL.
   const int rc =

@@ -26,7 +26,8 @@
 // cleared. An `int` after a text pointer is that text's byte length, passed to
 // SQLite unchanged (negative: up to the NUL; it must not exceed the bytes
 // behind the pointer). Texts are read only during the call. Texts read back
-// are cut at their first NUL byte.
+// are cut at their first NUL byte. A write reports success only after SQLite
+// has committed it: an insert that hands back an id has committed that row.
 //
 // Logging. Each failure writes exactly one line, beginning "[database]",
 // through base::IBaseLogInterface::GetLogInstance() at level 60; a call

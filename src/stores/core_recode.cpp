@@ -13,8 +13,11 @@ int CDatabase::InsertCoreRecode(CoreRecode& record) {
     return -1;
   }
   const int rc = scope.Fetch();
-  if (rc == 1) record.id = scope.ColumnInt(0);
-  return rc;
+  if (rc != 1) return rc;
+  const int new_id = scope.ColumnInt(0);
+  if (scope.Finish() != 0) return -1;
+  record.id = new_id;
+  return 1;
 }
 
 int CDatabase::SelectAllCoreRecode(std::vector<CoreRecode>& records) {
