@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 
 scripts/install_deps.sh clang-format-14 clang-tidy-14
 
-mapfile -t sources < <(find src include host_base tests examples bench \
+mapfile -t sources < <(find src include host_base tests examples bench fuzz \
   -name '*.cpp' -o -name '*.h' | sort)
 [ "${1:-}" = "fix" ] && clang-format-14 -i "${sources[@]}"
 

@@ -15,8 +15,8 @@ TEST(HostBaseTest, ToUtf8PathAcceptsWellFormedUtf8Only) {
   EXPECT_EQ("/tmp/a.db", base::CPathUtil::ToUtf8Path("/tmp/a.db"));
   EXPECT_EQ("/tmp/\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80",
             base::CPathUtil::ToUtf8Path("/tmp/\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80"));
-  for (const char* bad : {"\xff", "a\xc3", "\xc0\xaf", "\xe0\x80\xaf", "\xed\xa0\x80",
-                          "\xf4\x90\x80\x80", "\x80"}) {
+  for (const char* bad :
+       {"\xff", "a\xc3", "\xc0\xaf", "\xe0\x80\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\x80"}) {
     EXPECT_EQ("", base::CPathUtil::ToUtf8Path(bad)) << bad;
   }
   EXPECT_EQ("", base::CPathUtil::ToUtf8Path(nullptr));
@@ -56,7 +56,8 @@ TEST(HostBaseTest, DefaultLoggerWritesWholeLinesFromConcurrentThreads) {
       },
       ::testing::ExitedWithCode(0), "");
   std::ifstream in(log_dir + "base.log");
-  const std::regex line_format(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[60\] \[\d+\] \[x\]\d-\d+)");
+  const std::regex line_format(
+      R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[60\] \[\d+\] \[x\]\d-\d+)");
   int lines = 0;
   for (std::string line; std::getline(in, line); ++lines) {
     ASSERT_TRUE(std::regex_match(line, line_format)) << line;

@@ -32,13 +32,13 @@ namespace {
 // the scenario itself; only the child's exit status reaches the parent. The
 // shared object's connection stays open at unload unless the host closes it,
 // so the child does, as a host that wants a clean exit would.
-#define EXPECT_SCENARIO_PASSES(scenario)                \
-  EXPECT_EXIT(                                          \
-      {                                                 \
-        scenario();                                     \
-        IDatabaseInterface::GetDbInstance()->Uninit();  \
-        std::exit(0);                                   \
-      },                                                \
+#define EXPECT_SCENARIO_PASSES(scenario)               \
+  EXPECT_EXIT(                                         \
+      {                                                \
+        scenario();                                    \
+        IDatabaseInterface::GetDbInstance()->Uninit(); \
+        std::exit(0);                                  \
+      },                                               \
       ::testing::ExitedWithCode(0), "")
 
 constexpr int64_t kYear2100 = 4102444800000;  // milliseconds since 1970

@@ -52,14 +52,16 @@ class StressTest : public StoreTest {
 };
 
 void StressTest::Run(bool reopen) {
-  std::atomic<int> arrived{0};   // start gate: all workers begin together
+  std::atomic<int> arrived{0};  // start gate: all workers begin together
   std::atomic<int> finished{0};
   auto worker = [&](int t) {
     std::mt19937 rng(static_cast<unsigned>(1000 + t));
     std::vector<StartRow>& starts = m_starts[static_cast<size_t>(t)];
     auto fail = [&](int rc) {
-      if (rc != -1) ++m_completed;
-      else if (!reopen) ++m_unexplained;
+      if (rc != -1)
+        ++m_completed;
+      else if (!reopen)
+        ++m_unexplained;
     };
     auto own_start = [&]() -> StartRow* {
       if (starts.empty()) return nullptr;
@@ -98,8 +100,10 @@ void StressTest::Run(bool reopen) {
           break;
         case 2:
           if (start == nullptr) break;
-          if (const int rc = m_db->DeleteStartRecode(start->id); rc == 0) start->deleted = true;
-          else fail(rc);
+          if (const int rc = m_db->DeleteStartRecode(start->id); rc == 0)
+            start->deleted = true;
+          else
+            fail(rc);
           break;
         case 3:
           if (rng() % 8 != 0) break;  // rare: it empties every thread's records

@@ -91,8 +91,8 @@ sqlite3* StoreTest::RawOpen() const { return test::RawOpen(m_db_path); }
 
 sqlite3* RawOpen(const std::string& path) {
   sqlite3* db = nullptr;
-  const int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                                 nullptr);
+  const int rc =
+      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
   EXPECT_EQ(SQLITE_OK, rc) << "raw open of " << path;
   return db;
 }
@@ -155,8 +155,8 @@ void MakeFileWithVersion(const std::string& path, const char* version) {
           "BIGINT NOT NULL);");
   if (version != nullptr) {
     sqlite3_stmt* stmt = nullptr;
-    EXPECT_EQ(SQLITE_OK, sqlite3_prepare_v2(db, "INSERT INTO db_version (version) VALUES (?1)",
-                                            -1, &stmt, nullptr));
+    EXPECT_EQ(SQLITE_OK, sqlite3_prepare_v2(db, "INSERT INTO db_version (version) VALUES (?1)", -1,
+                                            &stmt, nullptr));
     sqlite3_bind_text(stmt, 1, version, -1, SQLITE_TRANSIENT);
     EXPECT_EQ(SQLITE_DONE, sqlite3_step(stmt));
     sqlite3_finalize(stmt);
