@@ -108,16 +108,21 @@ class StmtScope {
     const Step step = Next();
     return step == Step::kRow ? 1 : step == Step::kDone ? 0 : -1;
   }
-  // Completes a statement whose row has been read: 0 on SQLITE_DONE, -1 on
-  // failure. An INSERT ... RETURNING makes its change in the first step but
-  // commits only when it completes; completing it here, instead of in the
-  // reset, reports a failed commit rather than acknowledging a row that was
-  // rolled back.
-  int Finish() {
+  // For an INSERT ... RETURNING id: 1 with `id` set once the row is
+  // committed, 0 when no row came back, -1 on failure; `id` is written only on
+  // 1. The insert makes its change in the first step but commits only when
+  // the statement completes: completing it here, not in the reset, reports a
+  // failed commit instead of acknowledging a row that was rolled back.
+  int FetchInsertedId(int& id) {
+    const int rc = Fetch();
+    if (rc != 1) return rc;
+    const int new_id = ColumnInt(0);
     Step step;
     while ((step = Next()) == Step::kRow) {
     }
-    return step == Step::kDone ? 0 : -1;
+    if (step != Step::kDone) return -1;
+    id = new_id;
+    return 1;
   }
 
   // Column readers. Requires: the last Next() gave kRow.

@@ -14,12 +14,7 @@ int CDatabase::InsertInstanceInfo(InstanceInfo& record) {
       !scope.BindInt64(":create_time", record.create_time)) {
     return -1;
   }
-  const int rc = scope.Fetch();
-  if (rc != 1) return rc;
-  const int new_id = scope.ColumnInt(0);
-  if (scope.Finish() != 0) return -1;
-  record.id = new_id;
-  return 1;
+  return scope.FetchInsertedId(record.id);
 }
 
 int CDatabase::SelectInstanceInfoWithStartRecodeId(int start_recode_id,

@@ -12,12 +12,7 @@ int CDatabase::InsertStartRecode(int& id, const char* sdk_version, int sdk_versi
       !scope.BindInt64(":start_time", start_time)) {
     return -1;
   }
-  const int rc = scope.Fetch();
-  if (rc != 1) return rc;
-  const int new_id = scope.ColumnInt(0);
-  if (scope.Finish() != 0) return -1;
-  id = new_id;
-  return 1;
+  return scope.FetchInsertedId(id);
 }
 
 int CDatabase::SelectStartRecode(int id, std::string& sdk_version, std::string& sdk_type,
