@@ -142,8 +142,10 @@ class StmtScope {
   // is tried first; the name is always checked, and searched for if another.
   int ParamIndex(const char* param) {
     int index = m_next_param;
-    if (index > m_entry.param_count ||
-        std::strcmp(m_entry.params[static_cast<size_t>(index)], param) != 0) {
+    // Null past the noted names, and for a "?" parameter, which has none.
+    const char* noted =
+        index <= m_entry.param_count ? m_entry.params[static_cast<size_t>(index)] : nullptr;
+    if (noted == nullptr || std::strcmp(noted, param) != 0) {
       index = sqlite3_bind_parameter_index(m_stmt, param);
     }
     m_next_param = index + 1;
