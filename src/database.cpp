@@ -37,19 +37,14 @@ int CDatabase::OpenAndPrepare(const char* path) {
   }
   // SQLite hands back a handle even when the open fails (unless it runs out
   // of memory); the failure path closes it.
-  int rc = sqlite3_open_v2(utf8.c_str(), &m_db, kOpenFlags, nullptr);
+  const int rc = sqlite3_open_v2(utf8.c_str(), &m_db, kOpenFlags, nullptr);
   if (rc != SQLITE_OK) {
     LogError("[database]Open sqlite3 file[%s] failed:%s", utf8.c_str(), sqlite3_errstr(rc));
     return -1;
   }
   // Foreign keys are on before any table is created or written, so the
   // cascades from start_recode hold for every row.
-  rc = sqlite3_exec(m_db, kForeignKeysSql, nullptr, nullptr, nullptr);
-  if (rc != SQLITE_OK) {
-    LogError("[database]%s sqlite3_exec with sql[%s] failed:%s",
-             "database_interface::CDatabase::Init", kForeignKeysSql, sqlite3_errstr(rc));
-    return -1;
-  }
+  if (ExecSql("database_interface::CDatabase::Init", kForeignKeysSql) != 0) return -1;
   if (CreateTable() != 0) {
     LogError("[database]CreateTable failed");
     return -1;
@@ -69,6 +64,13 @@ int CDatabase::OpenAndPrepare(const char* path) {
     return -1;
   }
   return 0;
+}
+
+int CDatabase::ExecSql(const char* operation, const char* sql) {
+  const int rc = sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr);
+  if (rc == SQLITE_OK) return 0;
+  LogError("[database]%s sqlite3_exec with sql[%s] failed:%s", operation, sql, sqlite3_errstr(rc));
+  return -1;
 }
 
 void CDatabase::CloseConnection() {

@@ -85,6 +85,10 @@ class CDatabase final : public IDatabaseInterface, public std::enable_shared_fro
   int InitStmt(SqlStmt* table, const char* const* sqls, size_t count);
   static void FinalizeStmts(SqlStmt* table, size_t count) noexcept;
 
+  // Runs `sql` (one or more statements) with sqlite3_exec; on failure logs
+  // the exec line naming `operation` and returns -1, otherwise 0.
+  int ExecSql(const char* operation, const char* sql);
+
   // Schema and version migration; none makes the ready check.
   int CreateTable();
   int SelectDbVersion(int& id, std::string& version);

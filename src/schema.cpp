@@ -50,12 +50,7 @@ const std::vector<std::pair<std::string, std::string>> kVersionChangeSqls = {
 int CDatabase::CreateTable() {
   for (const char* sql : kCreateTableSqls) {
     // IF NOT EXISTS: an existing table is left as it is, columns included.
-    const int rc = sqlite3_exec(m_db, sql, nullptr, nullptr, nullptr);
-    if (rc != SQLITE_OK) {
-      LogError("[database]%s sqlite3_exec with sql[%s] failed:%s",
-               "database_interface::CDatabase::CreateTable", sql, sqlite3_errstr(rc));
-      return -1;
-    }
+    if (ExecSql("database_interface::CDatabase::CreateTable", sql) != 0) return -1;
   }
   return 0;
 }
@@ -129,11 +124,7 @@ int CDatabase::VersionChangeDb(const std::string& oldDbVersion) {
                version.c_str());
       return -1;
     }
-    if (c != 1) continue;
-    const int rc = sqlite3_exec(m_db, sql.c_str(), nullptr, nullptr, nullptr);
-    if (rc != SQLITE_OK) {
-      LogError("[database]%s sqlite3_exec with sql[%s] failed:%s",
-               "database_interface::CDatabase::VersionChangeDb", sql.c_str(), sqlite3_errstr(rc));
+    if (c == 1 && ExecSql("database_interface::CDatabase::VersionChangeDb", sql.c_str()) != 0) {
       return -1;
     }
   }
@@ -142,12 +133,7 @@ int CDatabase::VersionChangeDb(const std::string& oldDbVersion) {
 
 int CDatabase::ReCreateTable() {
   // Dropping a table also drops its sqlite_sequence entry: ids restart at 1.
-  const int rc = sqlite3_exec(m_db, kDropTableSql, nullptr, nullptr, nullptr);
-  if (rc != SQLITE_OK) {
-    LogError("[database]%s sqlite3_exec with sql[%s] failed:%s",
-             "database_interface::CDatabase::ReCreateTable", kDropTableSql, sqlite3_errstr(rc));
-    return -1;
-  }
+  if (ExecSql("database_interface::CDatabase::ReCreateTable", kDropTableSql) != 0) return -1;
   return CreateTable();
 }
 
