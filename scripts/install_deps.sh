@@ -4,7 +4,8 @@
 # again: it installs nothing already present.
 set -euo pipefail
 
-packages=(cmake g++ make pkg-config libsqlite3-dev libgtest-dev libgmock-dev binutils "$@")
+packages=(cmake g++ gcc make pkg-config libsqlite3-dev libgtest-dev libgmock-dev binutils abigail-tools
+  "$@")
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||

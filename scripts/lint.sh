@@ -10,6 +10,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install_deps.sh clang-format-14 clang-tidy-14
+scripts/fetch_sqlite.sh
 
 mapfile -t sources < <(find src include host_base tests examples bench fuzz \
   -name '*.cpp' -o -name '*.h' | sort)

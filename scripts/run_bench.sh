@@ -14,6 +14,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install_bench_deps.sh
+scripts/fetch_sqlite.sh
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DDATABASE_INTERFACE_BUILD_BENCHMARKS=ON \
   -DDATABASE_INTERFACE_BUILD_TESTS=OFF -DDATABASE_INTERFACE_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build build-bench -j "$(nproc)"

@@ -11,6 +11,7 @@ cd "$(dirname "$0")/.."
 seconds="${1:-60}"
 
 scripts/install_deps.sh clang-14 libclang-rt-14-dev
+scripts/fetch_sqlite.sh
 cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-14 \
   -DDATABASE_INTERFACE_BUILD_FUZZERS=ON -DDATABASE_INTERFACE_BUILD_TESTS=OFF \
   -DDATABASE_INTERFACE_BUILD_EXAMPLES=OFF -DDATABASE_INTERFACE_INSTALL=OFF

@@ -1,0 +1,97 @@
+# The SQLite the library runs on. By default it is compiled here from an
+# amalgamation (sqlite3.c, sqlite3.h) with the options below and linked into
+# the library with hidden symbols, so a host carrying its own SQLite loads both
+# without a clash. With DATABASE_INTERFACE_SYSTEM_SQLITE the system's shared
+# SQLite is linked instead.
+#
+# Defines database_interface_sqlite, an INTERFACE target that every user of
+# the library's SQLite links (the header directory, or the system library),
+# and, for the bundled build, database_interface_sqlite_objects, whose object
+# files go into the library.
+
+option(DATABASE_INTERFACE_SYSTEM_SQLITE "Link the system SQLite instead of compiling one in" OFF)
+set(DATABASE_INTERFACE_SQLITE_SOURCE_DIR "${PROJECT_SOURCE_DIR}/third_party/sqlite"
+  CACHE PATH "Directory of the SQLite amalgamation (sqlite3.c, sqlite3.h) to compile in")
+
+# RETURNING, which the inserts use, came with SQLite 3.35.
+set(database_interface_sqlite_minimum 3.35.0)
+
+add_library(database_interface_sqlite INTERFACE)
+
+if(DATABASE_INTERFACE_SYSTEM_SQLITE)
+  find_package(SQLite3 REQUIRED)
+  if(SQLite3_VERSION VERSION_LESS database_interface_sqlite_minimum)
+    message(FATAL_ERROR "The system SQLite is ${SQLite3_VERSION}; database_interface needs "
+      "${database_interface_sqlite_minimum} or later (RETURNING). Build without "
+      "DATABASE_INTERFACE_SYSTEM_SQLITE to compile a newer SQLite in.")
+  endif()
+  target_link_libraries(database_interface_sqlite INTERFACE SQLite::SQLite3)
+  return()
+endif()
+
+set(amalgamation "${DATABASE_INTERFACE_SQLITE_SOURCE_DIR}")
+if(NOT EXISTS "${amalgamation}/sqlite3.c" OR NOT EXISTS "${amalgamation}/sqlite3.h")
+  message(FATAL_ERROR "No SQLite amalgamation (sqlite3.c, sqlite3.h) in ${amalgamation}. "
+    "Provide one either way: run scripts/fetch_sqlite.sh in ${PROJECT_SOURCE_DIR} "
+    "(builds it from Debian's source package), or pass "
+    "-DDATABASE_INTERFACE_SQLITE_SOURCE_DIR=<directory> naming one, for example "
+    "unpacked from sqlite-amalgamation-*.zip of sqlite.org. Or link the system SQLite "
+    "with -DDATABASE_INTERFACE_SYSTEM_SQLITE=ON.")
+endif()
+file(STRINGS "${amalgamation}/sqlite3.h" version_line
+  REGEX "^#define SQLITE_VERSION +\"[0-9.]+\"")
+string(REGEX MATCH "[0-9]+\\.[0-9]+\\.[0-9]+" sqlite_version "${version_line}")
+if(sqlite_version VERSION_LESS database_interface_sqlite_minimum)
+  message(FATAL_ERROR "The SQLite amalgamation in ${amalgamation} is '${sqlite_version}'; "
+    "database_interface needs ${database_interface_sqlite_minimum} or later (RETURNING).")
+endif()
+message(STATUS "SQLite ${sqlite_version} compiled in from ${amalgamation}")
+
+enable_language(C)
+add_library(database_interface_sqlite_objects OBJECT "${amalgamation}/sqlite3.c")
+set_target_properties(database_interface_sqlite_objects PROPERTIES
+  C_VISIBILITY_PRESET hidden
+  POSITION_INDEPENDENT_CODE ON)
+target_include_directories(database_interface_sqlite SYSTEM INTERFACE "${amalgamation}")
+target_link_libraries(database_interface_sqlite_objects PRIVATE database_interface_sqlite)
+
+# Compile-time options. Each one either keeps a behaviour the library
+# documents and hosts had from the system build, or was measured to pay for
+# itself on this library's calls (scripts/run_bench.sh); everything else is
+# SQLite's default.
+target_compile_definitions(database_interface_sqlite_objects PRIVATE
+  # The connection is opened serialized (SQLITE_OPEN_FULLMUTEX) and used from
+  # every host thread.
+  SQLITE_THREADSAFE=1
+  # Deleted keys, secrets and session values are overwritten in the file, not
+  # left in free pages.
+  SQLITE_SECURE_DELETE
+  # A path beginning "file:" is read as a URI, as the system SQLite did.
+  SQLITE_USE_URI=1
+  # No allocation statistics: they take a global mutex on every malloc and
+  # free, and nothing reads them. Measured.
+  SQLITE_DEFAULT_MEMSTATUS=0
+  # A double-quoted string is an identifier, never a string literal; the
+  # library's SQL uses single quotes only.
+  SQLITE_DQS=0
+  # A host's record store loads no extensions: code that could load one is
+  # not there to be misused.
+  SQLITE_OMIT_LOAD_EXTENSION
+  # Neither is used: every connection has its own cache, and no deprecated
+  # interface is called.
+  SQLITE_OMIT_SHARED_CACHE
+  SQLITE_OMIT_DEPRECATED
+  # LIKE never matches a blob, as in the system build; the library uses no
+  # LIKE itself.
+  SQLITE_LIKE_DOESNT_MATCH_BLOBS
+)
+# SQLite's own code is not ours to warn about. Sanitizer builds keep it
+# optimised: the fault sweeps run it thousands of times.
+if(CMAKE_C_COMPILER_ID MATCHES "GNU|Clang")
+  target_compile_options(database_interface_sqlite_objects PRIVATE -w
+    $<$<CONFIG:Debug>:-O2>)
+endif()
+if(NOT WIN32)
+  find_package(Threads REQUIRED)
+  target_link_libraries(database_interface_sqlite INTERFACE Threads::Threads m)
+endif()
