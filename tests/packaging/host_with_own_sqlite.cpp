@@ -16,8 +16,8 @@ int main(int argc, char** argv) {
   sqlite3* own = nullptr;
   const bool own_ok =
       sqlite3_open(argv[2], &own) == SQLITE_OK &&
-      sqlite3_exec(own, "CREATE TABLE IF NOT EXISTS t(v TEXT); INSERT INTO t VALUES('host');", nullptr, nullptr,
-                   nullptr) == SQLITE_OK;
+      sqlite3_exec(own, "CREATE TABLE IF NOT EXISTS t(v TEXT); INSERT INTO t VALUES('host');",
+                   nullptr, nullptr, nullptr) == SQLITE_OK;
   sqlite3_close(own);
 
   std::string value;
