@@ -38,7 +38,7 @@ using database_interface::InstanceInfo;
   } while (0)
 
 // An in-memory database that a raw connection and the library share.
-const char* const kVersionDb = "file:database_interface_fuzz?mode=memory&cache=shared";
+const char* const kVersionDb = "file:/database_interface_fuzz?vfs=memdb";
 const char* const kCoreRefused =
     "[database]database_interface::CDatabase::InsertCoreRecode sqlite3_step with sql[INSERT INTO "
     "core_recode (dump_file_path, log_file_path, start_recode_id, create_time) "
