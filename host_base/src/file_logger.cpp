@@ -4,6 +4,8 @@
 #include <chrono>
 #include <ctime>
 
+#include "platform.h"
+
 namespace base {
 
 CFileLogger::CFileLogger(std::string path) : m_path(std::move(path)) {}
@@ -44,7 +46,7 @@ int CFileLogger::Close() {
 }
 
 std::FILE* CFileLogger::Destination() {
-  if (m_file == nullptr && !m_path.empty()) m_file = std::fopen(m_path.c_str(), "a");
+  if (m_file == nullptr && !m_path.empty()) m_file = platform::OpenForAppend(m_path);
   return m_file != nullptr ? m_file : stderr;
 }
 
@@ -54,8 +56,7 @@ int CFileLogger::WriteMessage(const int& level, const int& tid, const char* mess
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   const auto millis =
       std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  std::tm local{};
-  localtime_r(&seconds, &local);
+  const std::tm local = platform::LocalTime(seconds);
   char stamp[32];
   std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
 

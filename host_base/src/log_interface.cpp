@@ -5,6 +5,7 @@
 
 #include "base/base.h"
 #include "file_logger.h"
+#include "platform.h"
 
 namespace base {
 
@@ -49,7 +50,7 @@ std::shared_ptr<IBaseLogInterface> IBaseLogInterface::GetLogInstance(
   if (logger) {
     instance = std::move(logger);
   } else if (!instance) {
-    instance = std::make_shared<CFileLogger>(GetDefaultLogPath() + "base.log");
+    instance = std::make_shared<CFileLogger>(platform::DefaultLogFile());
   }
   return instance;
 }

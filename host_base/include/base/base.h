@@ -26,7 +26,8 @@
 
 namespace base {
 
-/// The calling thread's kernel thread id.
+/// The calling thread's id: the kernel thread id on Linux, the Win32 thread
+/// id (GetCurrentThreadId) on Windows.
 BASE_EXPORT int GetTid();
 
 /// A process logger. Every operation but `WriteLog` has a default, so a host
@@ -46,9 +47,11 @@ class BASE_EXPORT IBaseLogInterface {
   virtual int GetLevel() const;
   /// True when a line at `level` would be written. Default: level >= GetLevel().
   virtual bool IsLevelEnabled(const int& level) const;
-  /// Sends later lines to the file at `path`. Default: not supported, -1.
+  /// Sends later lines to the file at `path` (UTF-8 on Windows). Default: not
+  /// supported, -1.
   virtual int SetLogFile(const std::string& path);
-  /// The file lines go to; empty when there is none. Default: empty.
+  /// The file lines go to (UTF-8 on Windows); empty when there is none.
+  /// Default: empty.
   virtual std::string GetLogFile() const;
   /// Pushes buffered lines to their destination. Default: nothing, 0.
   virtual int Flush();
@@ -63,24 +66,33 @@ class BASE_EXPORT IBaseLogInterface {
       BASE_PRINTF_FORMAT(4, 5) = 0;
 
   /// With a non-empty `logger`, makes it the process logger. Returns the
-  /// process logger, creating the default file logger on first use.
-  /// Thread-safe.
+  /// process logger, creating the default file logger on first use: it
+  /// appends to base.log in the default log directory. Thread-safe.
   static std::shared_ptr<IBaseLogInterface> GetLogInstance(
       std::shared_ptr<IBaseLogInterface> logger);
 
-  /// The host's log directory, ending in a separator. The environment
-  /// variable BASE_LOG_PATH, when set, is returned exactly as it is (even
-  /// empty, even without a trailing separator). Otherwise
-  /// $XDG_STATE_HOME/base/log/ or $HOME/.local/state/base/log/, created if
-  /// missing.
+  /// The host's log directory, ending in a separator.
+  /// On Linux: the environment variable BASE_LOG_PATH, when set, is returned
+  /// exactly as it is (even empty, even without a trailing separator).
+  /// Otherwise $XDG_STATE_HOME/base/log/ or $HOME/.local/state/base/log/,
+  /// created if missing.
+  /// On Windows the result is in the ANSI code page, like every `char*` path
+  /// there. BASE_LOG_PATH, when set, is returned exactly as it is (even
+  /// without a trailing separator); the C runtime removes a variable set to
+  /// the empty string, so an empty setting does not exist and means unset.
+  /// Otherwise %LOCALAPPDATA%\base\log\, created if missing, with
+  /// backslashes only; the empty string (the current directory) when that
+  /// directory has no name in the ANSI code page.
   static std::string GetDefaultLogPath();
 };
 
 class BASE_EXPORT CPathUtil {
  public:
-  /// Paths are bytes on this platform: returns `path` unchanged when it is
-  /// valid UTF-8; the empty string (failure) when it is null, empty or not
-  /// valid UTF-8.
+  /// `path` in UTF-8; the empty string (failure) when it is null or empty.
+  /// On Linux paths are bytes: `path` unchanged when it is valid UTF-8, and
+  /// failure when it is not. On Windows `path` is in the ANSI code page and
+  /// is converted through UTF-16; failure when it holds bytes that the code
+  /// page does not define.
   static std::string ToUtf8Path(const char* path);
 };
 
