@@ -40,10 +40,12 @@ void LogError(const char* format, ...) {
   const int level = kLogLevelError;
   const std::shared_ptr<base::IBaseLogInterface> logger =
       base::IBaseLogInterface::GetLogInstance(nullptr);
+#if defined(__GNUC__)
 #pragma GCC diagnostic push
   // The formats are the library's own literals, checked where LogError is called.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
+#endif
   switch (count) {
     case 0: logger->WriteLog(level, tid, format); break;
     case 1: logger->WriteLog(level, tid, format, args[0]); break;
@@ -51,7 +53,9 @@ void LogError(const char* format, ...) {
     case 3: logger->WriteLog(level, tid, format, args[0], args[1], args[2]); break;
     default: logger->WriteLog(level, tid, format, args[0], args[1], args[2], args[3]); break;
   }
+#if defined(__GNUC__)
 #pragma GCC diagnostic pop
+#endif
 }
 
 }  // namespace database_interface
