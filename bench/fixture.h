@@ -1,5 +1,5 @@
-// The rows every benchmarked store starts from, the arguments its calls take,
-// and the loading of those rows straight through SQLite, outside any timing.
+// The rows every benchmarked store starts from and the arguments its calls
+// take; sqlite_copy.h writes the rows.
 #ifndef DATABASE_INTERFACE_BENCH_FIXTURE_H_
 #define DATABASE_INTERFACE_BENCH_FIXTURE_H_
 
@@ -7,8 +7,6 @@
 #include <cstdint>
 #include <string>
 #include <vector>
-
-struct sqlite3;
 
 namespace database_interface::bench {
 
@@ -49,30 +47,23 @@ struct Inputs {
   std::vector<uint32_t> instance_order;
   std::vector<uint32_t> core_order;
 
+  // The texts of row `row` of instance_info and core_recode.
+  static std::string InstanceNo(uint32_t row);
+  static std::string DumpFilePath(uint32_t row);
+  static std::string LogFilePath(uint32_t row);
+
   size_t parent_count() const { return rows / 10; }
   uint32_t Pick(size_t i) const { return picks[i % picks.size()]; }
 };
 
-// A database the library has just created, open for the rest of the
-// process: its tables, its version row, its sequence counters. The first call
-// opens it, with a connection of its own.
-sqlite3* LibraryImage();
-// Makes `db` a page-for-page copy of `image`, so that every variant starts
-// from exactly what the library starts from.
-void CopyDatabase(sqlite3* image, sqlite3* db);
+// The rows of one table that calls may delete, and that are put back.
+enum class Rows : int {
+  kSessions,         // session_cache, in session_order
+  kChildlessStarts,  // start_recode, in childless_start_order
+  kInstances,        // instance_info, in instance_order
+  kCores,            // core_recode, in core_order
+};
 
-// Loads the whole fixture into an empty store, in one transaction.
-void LoadFixture(sqlite3* db, const Inputs& in);
-
-// Put back rows that a block of calls deleted: rows order[begin, begin+count)
-// of their table, as the fixture made them, in one transaction.
-void RestoreSessions(sqlite3* db, const Inputs& in, size_t begin, size_t count);
-void RestoreChildlessStarts(sqlite3* db, const Inputs& in, size_t begin, size_t count);
-void RestoreInstances(sqlite3* db, const Inputs& in, size_t begin, size_t count);
-void RestoreCores(sqlite3* db, const Inputs& in, size_t begin, size_t count);
-
-// Runs `sql` on `db`; aborts the benchmark with SQLite's message on failure.
-void MustExec(sqlite3* db, const char* sql);
 // Aborts the benchmark with `what` when `ok` is false.
 void Require(bool ok, const char* what);
 

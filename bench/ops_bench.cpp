@@ -25,7 +25,7 @@ const Inputs& TableInputs() {
 void RunWorkload(benchmark::State& state, const Workload* w, Variant variant, Medium medium) {
   const Inputs& in = TableInputs();
   const std::unique_ptr<OpenStore> store = Open(variant, medium);
-  LoadFixture(store->handle, in);
+  store->LoadFixture(in);
   Outputs out;
   size_t next = 0;
   for (;;) {
@@ -35,9 +35,9 @@ void RunWorkload(benchmark::State& state, const Workload* w, Variant variant, Me
       state.SkipWithError("unexpected result");
       break;
     }
-    if (w->restore != nullptr) {
+    if (w->deletes) {
       state.PauseTiming();
-      RestoreAfter(*w, store->handle, in, next, n);
+      RestoreAfter(*w, *store, in, next, n);
       state.ResumeTiming();
     }
     next += n;
@@ -54,7 +54,7 @@ void RunThreaded(benchmark::State& state, std::vector<const Workload*> mix, Vari
   const Inputs& in = TableInputs();
   if (state.thread_index() == 0) {
     g_shared = Open(variant, Medium::kMemory);
-    LoadFixture(g_shared->handle, in);
+    g_shared->LoadFixture(in);
   }
   const Workload& w = *mix[static_cast<size_t>(state.thread_index()) % mix.size()];
   Outputs out;

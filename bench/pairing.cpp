@@ -41,7 +41,7 @@ double TimeCalls(Timing timing, const Workload& w, OpenStore& store, const Input
     const bool ok = w.run(*store.db, in, out, next, n);
     ns += static_cast<double>(Now(timing) - start);
     Require(ok, w.name);
-    RestoreAfter(w, store.handle, in, next, n);
+    RestoreAfter(w, store, in, next, n);
     next += n;
     count -= n;
   }
@@ -160,7 +160,7 @@ StoreSet OpenLoaded(const std::vector<Variant>& contenders, Medium medium, const
   for (size_t k = 0; k < n; ++k) {
     const size_t c = (first + k) % n;
     stores[c] = Open(contenders[c], medium);
-    LoadFixture(stores[c]->handle, in);
+    stores[c]->LoadFixture(in);
   }
   return stores;
 }

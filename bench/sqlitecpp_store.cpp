@@ -5,7 +5,9 @@
 
 #include "fixture.h"
 #include "partial_store.h"
+#include "sqlite_copy.h"
 #include "statements.h"
+#include "stores.h"
 
 namespace database_interface::bench {
 namespace {

@@ -1,4 +1,4 @@
-// Opening a store of any variant, and catching the connection it opens.
+// Opening a store of any variant, on the SQLite it runs on.
 #include "stores.h"
 
 #include <sqlite3.h>
@@ -6,35 +6,13 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
-#include <mutex>
 
-#include "fixture.h"
+#include "library_plugin.h"
 #include "raw_store.h"
 #include "sqlitecpp_store.h"
 
 namespace database_interface::bench {
 namespace {
-
-// The last connection SQLite opened on this thread. SQLite runs every
-// automatic extension inside sqlite3_open_v2, on the opening thread, so right
-// after a store's Init this is the store's own connection, the library's
-// included, without the library having to hand it out.
-thread_local sqlite3* t_opened = nullptr;
-
-int CatchConnection(sqlite3* db, char**, const sqlite3_api_routines*) {
-  t_opened = db;
-  return SQLITE_OK;
-}
-
-void InstallCatcher() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    // SQLite declares its entry points as void(*)(void) and calls them with
-    // the extension signature.
-    Require(sqlite3_auto_extension(reinterpret_cast<void (*)()>(&CatchConnection)) == SQLITE_OK,
-            "sqlite3_auto_extension");
-  });
-}
 
 // A directory for the benchmark's files, removed with them at exit.
 class ScratchDir {
@@ -57,14 +35,40 @@ class ScratchDir {
   std::atomic<int> m_count{0};
 };
 
+ScratchDir& Scratch() {
+  static ScratchDir scratch;
+  return scratch;
+}
+
+const LibraryPlugin& Plugin() {
+  static const LibraryPlugin& plugin = *database_interface_bench_library();
+  return plugin;
+}
+
 std::shared_ptr<IDatabaseInterface> Make(Variant variant) {
   switch (variant) {
-    case Variant::kLib: return IDatabaseInterface::CreateDatabaseInterface();
+    case Variant::kLib: return Plugin().create();
     case Variant::kRaw: return MakeRawStore(RawLocking::kSerialized);
     case Variant::kRawNoMutex: return MakeRawStore(RawLocking::kNone);
     case Variant::kSqliteCpp: return MakeSqliteCppStore();
   }
   return nullptr;
+}
+
+sqlite3* MakeLibraryImage() {
+  // The library writes the file with its SQLite and closes it before the
+  // system's SQLite opens it: two copies of SQLite must never have one file
+  // open at once, as neither sees the other's locks.
+  const std::unique_ptr<OpenStore> library = Open(Variant::kLib, Medium::kFile);
+  library->db->Uninit();
+  sqlite3* file = nullptr;
+  Require(sqlite3_open_v2(library->path.c_str(), &file, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK,
+          "opening the library's image");
+  sqlite3* image = nullptr;
+  Require(sqlite3_open(":memory:", &image) == SQLITE_OK, "sqlite3_open");
+  CopyDatabase(file, image);
+  Require(sqlite3_close(file) == SQLITE_OK, "sqlite3_close");
+  return image;
 }
 
 }  // namespace
@@ -79,6 +83,12 @@ const char* Name(Variant variant) {
   return "?";
 }
 
+const SqliteCopy& SqliteOf(Variant variant) {
+  return variant == Variant::kLib ? *Plugin().sqlite : LinkedSqlite();
+}
+
+bool LibraryHasItsOwnSqlite() { return SqliteOf(Variant::kLib).version != LinkedSqlite().version; }
+
 const char* Name(Medium medium) { return medium == Medium::kMemory ? "memory" : "file"; }
 
 OpenStore::~OpenStore() {
@@ -90,16 +100,18 @@ OpenStore::~OpenStore() {
 }
 
 std::unique_ptr<OpenStore> Open(Variant variant, Medium medium) {
-  static ScratchDir scratch;
-  InstallCatcher();
   auto store = std::make_unique<OpenStore>();
-  store->path = medium == Medium::kMemory ? ":memory:" : scratch.NewFile(Name(variant));
+  store->path = medium == Medium::kMemory ? ":memory:" : Scratch().NewFile(Name(variant));
   store->db = Make(variant);
-  t_opened = nullptr;
-  Require(store->db->Init(store->path.c_str()) == 0, "Init");
-  Require(t_opened != nullptr, "no connection caught");
-  store->handle = t_opened;
+  store->sqlite = &SqliteOf(variant);
+  store->connection = store->sqlite->open(*store->db, store->path.c_str());
+  Require(store->connection != nullptr, "Init");
   return store;
+}
+
+sqlite3* LibraryImage() {
+  static sqlite3* const image = MakeLibraryImage();
+  return image;
 }
 
 }  // namespace database_interface::bench

@@ -40,14 +40,14 @@ std::vector<Workload> MakeWorkloads() {
                                         in.session_value.c_str(), kFarFuture) == 0;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"SelectSessionCache hit", Access::kRead, true, true,
        [](Db& db, const Inputs& in, Outputs& out, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
            return db.SelectSessionCache(in.session_keys[in.Pick(i)].c_str(), kNow, out.text) == 1;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"SelectSessionCache miss", Access::kRead, true, false,
        [](Db& db, const Inputs& in, Outputs& out, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
@@ -55,7 +55,7 @@ std::vector<Workload> MakeWorkloads() {
            return db.SelectSessionCache(key.c_str(), kNow, out.text) == 0;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"DeleteSessionCacheWithKey", Access::kWrite, true, true,
        [](Db& db, const Inputs& in, Outputs&, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
@@ -63,7 +63,7 @@ std::vector<Workload> MakeWorkloads() {
            return db.DeleteSessionCacheWithKey(key.c_str()) == 0;
          });
        },
-       SessionCycle, RestoreSessions},
+       SessionCycle, Rows::kSessions},
       {"InsertStartRecode", Access::kWrite, true, false,
        [](Db& db, const Inputs&, Outputs& out, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
@@ -71,21 +71,21 @@ std::vector<Workload> MakeWorkloads() {
                                        kNow + static_cast<int64_t>(i)) == 1;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"SelectStartRecode", Access::kRead, true, true,
        [](Db& db, const Inputs& in, Outputs& out, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
            return db.SelectStartRecode(RowId(in.Pick(i)), out.text, out.second_text, out.time) == 1;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"DeleteStartRecode", Access::kWrite, false, true,
        [](Db& db, const Inputs& in, Outputs&, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
            return db.DeleteStartRecode(RowId(in.childless_start_order[i % StartCycle(in)])) == 0;
          });
        },
-       StartCycle, RestoreChildlessStarts},
+       StartCycle, Rows::kChildlessStarts},
       {"InsertInstanceInfo", Access::kWrite, true, false,
        [](Db& db, const Inputs& in, Outputs& out, size_t begin, size_t count) {
          InstanceInfo& record = out.instance;
@@ -99,7 +99,7 @@ std::vector<Workload> MakeWorkloads() {
            return db.InsertInstanceInfo(record) == 1;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"SelectInstanceInfoWithStartRecodeId", Access::kRead, true, true,
        [](Db& db, const Inputs& in, Outputs& out, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
@@ -108,7 +108,7 @@ std::vector<Workload> MakeWorkloads() {
            return db.SelectInstanceInfoWithStartRecodeId(id, out.instances) == 10;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"UpdataInstanceSessionId", Access::kWrite, true, true,
        [](Db& db, const Inputs& in, Outputs&, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
@@ -117,21 +117,21 @@ std::vector<Workload> MakeWorkloads() {
                                              static_cast<int>(session_id.size())) == 0;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"DeleteInstanceInfo", Access::kWrite, false, true,
        [](Db& db, const Inputs& in, Outputs&, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
            return db.DeleteInstanceInfo(RowId(in.instance_order[i % InstanceCycle(in)])) == 0;
          });
        },
-       InstanceCycle, RestoreInstances},
+       InstanceCycle, Rows::kInstances},
       {"DeleteSessionCache, none expired", Access::kWrite, false, true,
        [](Db& db, const Inputs&, Outputs&, size_t begin, size_t count) {
          // The purge the shared object runs when it opens: a scan of the
          // whole table, here deleting nothing.
          return Calls(begin, count, [&](size_t) { return db.DeleteSessionCache(kNow) == 0; });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"SelectAllCoreRecode", Access::kRead, true, true,
        [](Db& db, const Inputs& in, Outputs& out, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t) {
@@ -139,21 +139,21 @@ std::vector<Workload> MakeWorkloads() {
            return db.SelectAllCoreRecode(out.cores) == static_cast<int>(in.rows);
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
       {"DeleteCoreRecode", Access::kWrite, false, true,
        [](Db& db, const Inputs& in, Outputs&, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t i) {
            return db.DeleteCoreRecode(RowId(in.core_order[i % CoreCycle(in)])) == 0;
          });
        },
-       CoreCycle, RestoreCores},
+       CoreCycle, Rows::kCores},
       {"SelectMessageCollectKey", Access::kRead, true, false,
        [](Db& db, const Inputs&, Outputs& out, size_t begin, size_t count) {
          return Calls(begin, count, [&](size_t) {
            return db.SelectMessageCollectKey(out.text, out.second_text) == 1;
          });
        },
-       nullptr, nullptr},
+       nullptr, std::nullopt},
   };
 }
 
@@ -179,8 +179,9 @@ size_t CallsBeforeRestore(const Workload& w, const Inputs& in, size_t next, size
   return wanted < left ? wanted : left;
 }
 
-void RestoreAfter(const Workload& w, sqlite3* db, const Inputs& in, size_t next, size_t count) {
-  if (w.restore != nullptr) w.restore(db, in, next % w.cycle(in), count);
+void RestoreAfter(const Workload& w, const OpenStore& store, const Inputs& in, size_t next,
+                  size_t count) {
+  if (w.deletes) store.Restore(*w.deletes, in, next % w.cycle(in), count);
 }
 
 }  // namespace database_interface::bench

@@ -4,13 +4,13 @@
 #define DATABASE_INTERFACE_BENCH_WORKLOADS_H_
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "database_interface/database_interface.h"
 #include "fixture.h"
-
-struct sqlite3;
+#include "stores.h"
 
 namespace database_interface::bench {
 
@@ -38,11 +38,9 @@ struct Workload {
   // fixture rules out (a failure, a miss where a row exists).
   bool (*run)(IDatabaseInterface& db, const Inputs& in, Outputs& out, size_t begin, size_t count);
   // For workloads whose calls delete rows: the number of calls before the
-  // rows run out, and the restore of the rows deleted by calls
-  // [begin, begin + count), which must lie within one such cycle. Null for
-  // the others.
+  // rows run out, and the rows they delete. Null and empty for the others.
   size_t (*cycle)(const Inputs& in);
-  void (*restore)(sqlite3* db, const Inputs& in, size_t begin, size_t count);
+  std::optional<Rows> deletes;
 };
 
 const std::vector<Workload>& Workloads();
@@ -51,8 +49,10 @@ const Workload& FindWorkload(const std::string& name);
 // How many of `wanted` calls starting at call `next` fit before the
 // workload's rows run out (all of them for a workload that deletes nothing).
 size_t CallsBeforeRestore(const Workload& w, const Inputs& in, size_t next, size_t wanted);
-// Restores what calls [next, next + count) deleted, if anything.
-void RestoreAfter(const Workload& w, sqlite3* db, const Inputs& in, size_t next, size_t count);
+// Restores what calls [next, next + count) deleted, if anything. Requires:
+// they lie within one cycle.
+void RestoreAfter(const Workload& w, const OpenStore& store, const Inputs& in, size_t next,
+                  size_t count);
 
 }  // namespace database_interface::bench
 
