@@ -14,7 +14,8 @@ cd "$(dirname "$0")/.."
 mode="${1:-}"
 
 if [ "$mode" = "windows" ]; then
-  scripts/install_deps.sh g++-mingw-w64-x86-64-posix wine64 wine googletest
+  scripts/install_deps.sh g++-mingw-w64-x86-64-posix wine64 wine googletest \
+    libimage-exiftool-perl
 else
   scripts/install_deps.sh
 fi

@@ -1,4 +1,5 @@
 // The two factories and the first-use opening of the process-wide object.
+#include <atomic>
 #include <chrono>
 #include <mutex>
 
@@ -24,15 +25,23 @@ std::shared_ptr<IDatabaseInterface> IDatabaseInterface::CreateDatabaseInterface(
 
 std::shared_ptr<IDatabaseInterface> IDatabaseInterface::GetDbInstance() {
   static const std::shared_ptr<IDatabaseInterface> instance = std::make_shared<CDatabase>();
-  static std::once_flag opened;
-  // Concurrent first callers wait here until the open and the purge are done.
-  // An exception leaves the flag unset, so the next call tries again.
-  std::call_once(opened, [] {
-    const std::string path = base::IBaseLogInterface::GetDefaultLogPath() + kDbFileName;
-    if (instance->Init(path.c_str()) == 0) {
-      instance->DeleteSessionCache(NowMillisecondsSinceEpoch());
+  // Exactly once, with concurrent first callers waiting until the open and
+  // the purge are done; an exception leaves it not done, so the next call
+  // tries again. A flag under a mutex rather than std::call_once: with some
+  // thread libraries (MinGW's winpthreads, ThreadSanitizer's interceptor) a
+  // call_once whose function threw blocks every later call for good.
+  static std::atomic<bool> opened{false};
+  if (!opened.load(std::memory_order_acquire)) {
+    static std::mutex opening;
+    const std::lock_guard<std::mutex> lock(opening);
+    if (!opened.load(std::memory_order_relaxed)) {
+      const std::string path = base::IBaseLogInterface::GetDefaultLogPath() + kDbFileName;
+      if (instance->Init(path.c_str()) == 0) {
+        instance->DeleteSessionCache(NowMillisecondsSinceEpoch());
+      }
+      opened.store(true, std::memory_order_release);
     }
-  });
+  }
   return instance;
 }
 

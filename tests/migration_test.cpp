@@ -1,94 +1,79 @@
-// The version check run by Init: files built with raw SQLite in each stored
+// The version check run by Init, on files holding each kind of stored
 // version, and foreign tables that make the schema or a statement fail.
 #include <stdexcept>
+#include <tuple>
 
 #include "test_util.h"
 
-namespace database_interface {
-namespace test {
-namespace {
+namespace database_interface::test {
 
 class MigrationTest : public StoreTest {
  protected:
-  // A new file with the six tables, one row in each (record ids 5) and a
-  // db_version row holding `version` (none for null).
-  std::string SeededFile(const char* version) {
-    const std::string path = m_dir.File("v" + std::to_string(m_files++) + ".db");
-    MakeFileWithVersion(path, version);
-    RawExec(path,
-            "INSERT INTO start_recode VALUES(5, 'v', 't', 1);"
-            "INSERT INTO core_recode VALUES(5, 'd', 'l', 5, 1);"
-            "INSERT INTO instance_info VALUES(5, 'n', 's', 1, 'p', 5, 1);"
-            "INSERT INTO session_cache VALUES(5, 'k', 'v', 1);"
-            "INSERT INTO message_collect_key VALUES('ak', 'sk');");
-    return path;
+  // A store with one row in each table (record ids 5), then `sql`.
+  std::string Seeded(const std::string& sql) {
+    return MakeStore("v" + std::to_string(m_files++) + ".db",
+                     "INSERT INTO start_recode VALUES(5, 'v', 't', 1);"
+                     "INSERT INTO core_recode VALUES(5, 'd', 'l', 5, 1);"
+                     "INSERT INTO instance_info VALUES(5, 'n', 's', 1, 'p', 5, 1);"
+                     "INSERT INTO session_cache VALUES(5, 'k', 'v', 1);"
+                     "INSERT INTO message_collect_key VALUES('ak', 'sk');" +
+                         sql);
   }
-  // Moves the fixture's object to `path`, with an empty log.
-  int InitOn(const std::string& path) {
-    m_db->Uninit();
-    ClearLog();
-    return m_db->Init(path.c_str());
-  }
-  // The db_version rows as "id,version", and the row counts of start_recode,
-  // core_recode, instance_info, session_cache and message_collect_key.
-  static std::vector<std::string> State(const std::string& path) {
-    auto state = RawColumn(path, "SELECT id || ',' || version FROM db_version");
-    state.push_back(RawColumn(path,
-                              "SELECT (SELECT count(*) FROM start_recode) || (SELECT count(*) "
-                              "FROM core_recode) || (SELECT count(*) FROM instance_info) || "
-                              "(SELECT count(*) FROM session_cache) || (SELECT count(*) FROM "
-                              "message_collect_key)")[0]);
-    return state;
+  // Each db_version row's "id,version", then the row count of every table.
+  static std::string State(const std::string& path) {
+    return Raw(path, "SELECT id || ',' || version FROM db_version") + " " +
+           Raw(path,
+               "SELECT (SELECT count(*) FROM start_recode) || (SELECT count(*) FROM "
+               "core_recode) || (SELECT count(*) FROM instance_info) || (SELECT count(*) "
+               "FROM session_cache) || (SELECT count(*) FROM message_collect_key)");
   }
   int m_files = 0;
 };
 
-TEST_F(MigrationTest, VersionCheckKeepsOrEmptiesRecordTables) {
-  const struct {
-    const char* stored;
-    const char* row_after;
-    bool emptied;
-  } cases[] = {{nullptr, "1,1.24.0", false},    {"1.24.0", "1,1.24.0", false},
-               {" 1.24.0", "1, 1.24.0", false}, {"1.24.0abc", "1,1.24.0abc", false},
-               {"1.11.9", "1,1.24.0", false},   {"1.12.0", "1,1.24.0", false},
-               {"1.20.3", "1,1.24.0", false},   {"1.3.0", "1,1.24.0", false},
-               {"1.24.-1", "1,1.24.0", false},  {"0.99.99", "1,1.24.0", false},
-               {"1.24.1", "1,1.24.0", true},    {"1.100.0", "1,1.24.0", true},
-               {"2.0.0", "1,1.24.0", true},     {"9.9.9", "1,1.24.0", true},
-               {"10.0.0", "1,1.24.0", true}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.stored != nullptr ? c.stored : "no row");
-    const std::string path = SeededFile(c.stored);
+TEST_F(MigrationTest, OlderOrEqualVersionsKeepRecordsAndNewerOnesEmptyTheirTables) {
+  // The version stored (null: no row), then State() after Init.
+  const std::pair<const char*, const char*> cases[] = {
+      {nullptr, "2,1.24.0 11111"},          {"1.24.0", "1,1.24.0 11111"},
+      {" 1.24.0", "1, 1.24.0 11111"},       {"+1.24.0.", "1,+1.24.0. 11111"},
+      {"1.24.0abc", "1,1.24.0abc 11111"},   {"1.11.9", "1,1.24.0 11111"},
+      {"1.12.0", "1,1.24.0 11111"},         {"1.20.3", "1,1.24.0 11111"},
+      {"1.3.0", "1,1.24.0 11111"},          {"1.24.-1", "1,1.24.0 11111"},
+      {"0.99.99", "1,1.24.0 11111"},        {"1.24.1", "1,1.24.0 00001"},
+      {"1.100.0", "1,1.24.0 00001"},        {"2.0.0", "1,1.24.0 00001"},
+      {"9.9.9", "1,1.24.0 00001"},          {"10.0.0", "1,1.24.0 00001"},
+      {"1.24.2147483647", "1,1.24.0 00001"}};
+  for (const auto& [stored, state_after] : cases) {
+    SCOPED_TRACE(stored != nullptr ? stored : "no row");
+    const std::string path =
+        Seeded(stored != nullptr ? "UPDATE db_version SET version = '" + std::string(stored) + "'"
+                                 : "DELETE FROM db_version");
     ASSERT_EQ(0, InitOn(path));
-    EXPECT_TRUE(Logged().empty());
-    EXPECT_EQ((std::vector<std::string>{c.row_after, c.emptied ? "00001" : "11111"}), State(path));
+    EXPECT_EQ(state_after, State(path));
     // Dropping a table drops its sqlite_sequence entry: ids start again at 1.
-    EXPECT_EQ(c.emptied ? 0 : 4,
-              RawInt(path, "SELECT count(*) FROM sqlite_sequence WHERE name != 'db_version'"));
+    const bool emptied = std::string(state_after).find("00001") != std::string::npos;
     int id = 0;
     ASSERT_EQ(1, m_db->InsertStartRecode(id, "v", 1, "t", 1, 1));
-    EXPECT_EQ(c.emptied ? 1 : 6, id);
+    EXPECT_EQ(emptied ? 1 : 6, id);
   }
 }
 
 TEST_F(MigrationTest, UnreadableVersionFailsEveryInitAndChangesNothing) {
   enum Outcome { kLogged, kInvalidArgument, kOutOfRange };
-  const struct {
-    const char* stored;
-    Outcome outcome;
-  } cases[] = {{"1.24", kLogged},
-               {"", kLogged},
-               {"1.24.0.1", kLogged},
-               {"1.24.0.x", kLogged},
-               {"1.x.0", kInvalidArgument},
-               {"1..0", kInvalidArgument},
-               {"99999999999.0.0", kOutOfRange}};
-  for (const auto& [text, outcome] : cases) {
-    const std::string stored = text;
+  const std::pair<std::string, Outcome> cases[] = {{"1.24", kLogged},
+                                                   {"", kLogged},
+                                                   {"1.24.0.1", kLogged},
+                                                   {"1.24.0.x", kLogged},
+                                                   {"1.2%s%n", kLogged},
+                                                   {"1.x.0", kInvalidArgument},
+                                                   {"1..0", kInvalidArgument},
+                                                   {"1.24. ", kInvalidArgument},
+                                                   {"1.24.2147483648", kOutOfRange},
+                                                   {"99999999999.0.0", kOutOfRange}};
+  for (const auto& [stored, outcome] : cases) {
     SCOPED_TRACE(stored);
-    const std::string path = SeededFile(text);
-    for (int attempt = 0; attempt < 2; ++attempt) {
-      std::vector<std::string> lines;
+    const std::string path = Seeded("UPDATE db_version SET version = '" + stored + "'");
+    for (int attempt = 0; attempt < 2; ++attempt) {  // it fails the same way every time
+      Lines lines;
       if (outcome == kOutOfRange) {
         EXPECT_THROW(InitOn(path), std::out_of_range);
       } else if (outcome == kInvalidArgument) {
@@ -96,58 +81,72 @@ TEST_F(MigrationTest, UnreadableVersionFailsEveryInitAndChangesNothing) {
       } else {
         EXPECT_EQ(-1, InitOn(path));
         lines = {
-            "[database]database_interface::CDatabase::VersionCompare VersionSplit with version[" +
+            "[database]database_interface::CDatabase::VersionCompare VersionSplit with "
+            "version[" +
                 stored + "] failed",
             "[database]VersionCompare with[" + stored + "][1.24.0] failed",
             "[database]CheckAndUpdateDb failed"};
       }
-      EXPECT_EQ(lines, Logged());
+      EXPECT_EQ(lines, Take());
       EXPECT_EQ(-1, m_db->DeleteAllSessionCache());
     }
-    EXPECT_EQ((std::vector<std::string>{"1," + stored, "11111"}), State(path));
-    EXPECT_EQ(0, InitOn(m_db_path));
-    EXPECT_TRUE(Logged().empty());
+    EXPECT_EQ("1," + stored + " 11111", State(path));
   }
 }
 
-// A failed prepare of `sql`, then Init's own line.
-std::vector<std::string> PrepareFailed(const std::string& sql) {
-  return {"[database]prepare sql[" + sql + "] failed:SQL logic error", "[database]InitStmt failed"};
-}
-
-TEST_F(MigrationTest, ForeignTableFailsInitWithItsChainOfLines) {
-  const std::string version_table =
+TEST_F(MigrationTest, ForeignTablesFailInitOrACallWithTheirChainOfLines) {
+  const std::string newer =
       "; CREATE TABLE db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version VARCHAR(64) NOT "
       "NULL); INSERT INTO db_version(version) VALUES('1.24.1')";
-  const std::pair<std::string, std::vector<std::string>> cases[] = {
-      {"CREATE TABLE db_version(a)", PrepareFailed("SELECT id, version from db_version LIMIT 1")},
+  // Init, then SelectSessionCache("k", 0, value): the lines of both.
+  const std::tuple<std::string, bool, Lines> cases[] = {
+      {"CREATE TABLE db_version(a)",
+       false,
+       {"[database]prepare sql[SELECT id, version from db_version LIMIT 1] failed:SQL logic error",
+        "[database]InitStmt failed"}},
+      {"CREATE TABLE db_version(id INTEGER PRIMARY KEY, version); INSERT INTO db_version "
+       "VALUES(1, NULL)",
+       false,
+       {"[database]database_interface::CDatabase::SelectDbVersion sqlite3_column_text with "
+        "sql[SELECT id, version from db_version LIMIT 1] failed:datatype mismatch",
+        "[database]SelectDbVersion failed", "[database]CheckAndUpdateDb failed"}},
       {"CREATE TABLE session_cache(a)",
-       PrepareFailed("DELETE FROM session_cache WHERE expire_time < :expire_time")},
+       false,
+       {"[database]prepare sql[DELETE FROM session_cache WHERE expire_time < :expire_time] "
+        "failed:SQL logic error",
+        "[database]InitStmt failed"}},
       // Record statements are compiled after the migration has replaced the table.
-      {"CREATE TABLE session_cache(a)" + version_table, {}},
+      {"CREATE TABLE session_cache(a)" + newer, true, {}},
+      // CREATE TABLE IF NOT EXISTS keeps a table of another shape, NULLs and all.
+      {"CREATE TABLE session_cache(id INTEGER PRIMARY KEY, session_key UNIQUE, session_value, "
+       "expire_time); INSERT INTO session_cache VALUES(1, 'k', NULL, 9)",
+       true,
+       {"[database]database_interface::CDatabase::SelectSessionCache sqlite3_column_text with "
+        "sql[SELECT session_value FROM session_cache WHERE session_key = :session_key AND "
+        "expire_time > :expire_time;] failed:datatype mismatch"}},
       {"CREATE TABLE t(x); CREATE INDEX session_cache ON t(x)",
+       false,
        {"[database]database_interface::CDatabase::CreateTable sqlite3_exec with sql[CREATE "
         "TABLE IF NOT EXISTS session_cache(id INTEGER PRIMARY KEY AUTOINCREMENT, session_key "
         "VARCHAR(256) NOT NULL UNIQUE, session_value VARCHAR(1024) NOT NULL, expire_time BIGINT "
         "NOT NULL);] failed:SQL logic error",
         "[database]CreateTable failed"}},
-      {"CREATE VIEW core_recode AS SELECT 1" + version_table,
+      {"CREATE VIEW core_recode AS SELECT 1" + newer,
+       false,
        {"[database]database_interface::CDatabase::ReCreateTable sqlite3_exec with sql[DROP "
         "TABLE IF EXISTS core_recode;DROP TABLE IF EXISTS instance_info;DROP TABLE IF EXISTS "
         "start_recode;DROP TABLE IF EXISTS session_cache;] failed:SQL logic error",
         "[database]ReCreateTable failed", "[database]CheckAndUpdateDb failed"}}};
-  for (const auto& [setup, lines] : cases) {
+  for (const auto& [setup, opens, lines] : cases) {
     SCOPED_TRACE(setup);
-    const std::string path = m_dir.File("f" + std::to_string(m_files++) + ".db");
-    RawExec(path, setup);
-    EXPECT_EQ(lines.empty() ? 0 : -1, InitOn(path));
-    EXPECT_EQ(lines, Logged());
-    EXPECT_EQ(lines.empty() ? 0 : -1, m_db->DeleteAllSessionCache());
-    EXPECT_EQ(0, InitOn(m_db_path));
-    EXPECT_TRUE(Logged().empty());
+    const std::string path = m_dir.File("f" + std::to_string(m_files++));
+    Raw(path, setup);
+    std::string value = "kept";
+    EXPECT_EQ(opens ? 0 : -1, InitOn(path));
+    EXPECT_EQ(opens && lines.empty() ? 0 : -1, m_db->SelectSessionCache("k", 0, value));
+    EXPECT_EQ("kept", value);
+    EXPECT_EQ(lines, Take());
   }
 }
 
-}  // namespace
-}  // namespace test
-}  // namespace database_interface
+}  // namespace database_interface::test

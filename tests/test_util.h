@@ -1,11 +1,11 @@
-// Test support: a temporary directory, a capturing host logger, a fixture
-// that opens a fresh store, and raw-SQLite helpers that build files in a
-// given state without the library.
+// Test support: a capturing host logger, raw SQLite, a fixture that opens a
+// fresh store, and a table of every data operation.
 #ifndef DATABASE_INTERFACE_TESTS_TEST_UTIL_H_
 #define DATABASE_INTERFACE_TESTS_TEST_UTIL_H_
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -13,105 +13,92 @@
 
 #include "base/base.h"
 #include "database_interface/database_interface.h"
+#include "portable.h"
 
 struct sqlite3;
 
-namespace database_interface {
-namespace test {
+namespace database_interface::test {
 
-// A directory under the system temp directory, removed with its contents.
-class TempDir {
- public:
-  TempDir();
-  ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
+using Lines = std::vector<std::string>;
 
-  const std::string& path() const { return m_path; }
-  // path() + "/" + name
-  std::string File(const std::string& name) const;
-
- private:
-  std::string m_path;
-};
-
-// A host logger that keeps every line (formatted) with its level and tid.
-class CapturingLogger final : public base::IBaseLogInterface {
+// The process logger from Install() to Uninstall(); keeps every line.
+class LogCapture final : public base::IBaseLogInterface {
  public:
   struct Line {
-    int level;
-    int tid;
+    int level, tid;
     std::string text;
   };
-
+  static std::shared_ptr<LogCapture> Install();
+  void Uninstall();
   int WriteLog(const int& level, const int& tid, const char* format, ...) override
       BASE_PRINTF_FORMAT(4, 5);
-
-  std::vector<Line> lines() const;
-  std::vector<std::string> texts() const;
-  void Clear();
+  std::vector<Line> All() const;
+  Lines Take();  // the texts written since the last Take
 
  private:
   mutable std::mutex m_mutex;
   std::vector<Line> m_lines;  // guarded by m_mutex
-};
-
-// Installs a CapturingLogger as the process logger for the life of the
-// object and restores the previous logger afterwards.
-class ScopedCapture {
- public:
-  ScopedCapture();
-  ~ScopedCapture();
-  ScopedCapture(const ScopedCapture&) = delete;
-  ScopedCapture& operator=(const ScopedCapture&) = delete;
-
-  CapturingLogger& logger() { return *m_logger; }
-  std::vector<std::string> texts() const { return m_logger->texts(); }
-  void Clear() { m_logger->Clear(); }
-
- private:
-  std::shared_ptr<CapturingLogger> m_logger;
   std::shared_ptr<base::IBaseLogInterface> m_previous;
 };
 
-// Fixture: a fresh object opened on "test.db" in a temp directory, with a
-// capturing logger. Every log line expected must be asserted; TearDown
-// closes the object.
+// Raw SQLite: runs `sql` (any statements) and returns the first column of
+// every row, joined by ',' ("NULL" for NULL). An error fails the test.
+std::string Raw(sqlite3* db, const std::string& sql);
+std::string Raw(const std::string& path, const std::string& sql);
+
+// "[database]database_interface::CDatabase::<op> sqlite3_step with sql[<its
+// SQL>] failed:<error>", the one line of a failed step.
+std::string StepLine(const std::string& op, const std::string& error);
+
+// Child scenarios are DISABLED_ tests that a parent runs in a new process
+// (Child). Each calls ChildStarted() first: the program then exits with
+// kChildPassed when it passes, so a child that never ran fails its parent.
+constexpr int kChildPassed = 42;
+void ChildStarted();
+
+// A fresh object open on "test.db" in a temporary directory, and a capturing
+// logger. Each test takes the lines it expects; any other fails it.
 class StoreTest : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
-
-  // Uninit, then Init on the same file again.
-  void Reopen();
-  std::vector<std::string> Logged() const { return m_capture->texts(); }
-  void ClearLog() { m_capture->Clear(); }
-
-  // Opens a raw connection on db_path (foreign keys off).
-  sqlite3* RawOpen() const;
+  int InitOn(const std::string& path);  // moves the object to `path`, log emptied
+  Lines Take() { return m_log->Take(); }
+  // A store the library made at m_dir/`name`, then changed by `sql`.
+  std::string MakeStore(const std::string& name, const std::string& sql);
 
   TempDir m_dir;
-  std::string m_db_path;
-  std::unique_ptr<ScopedCapture> m_capture;
-  std::shared_ptr<IDatabaseInterface> m_db;
+  std::string m_path = m_dir.File("test.db");
+  std::shared_ptr<LogCapture> m_log = LogCapture::Install();
+  std::shared_ptr<IDatabaseInterface> m_db = IDatabaseInterface::CreateDatabaseInterface();
 };
 
-// Raw SQLite helpers, independent of the library. Each fails the current
-// test on an SQLite error.
-sqlite3* RawOpen(const std::string& path);
-void RawClose(sqlite3* db);
-void RawExec(sqlite3* db, const std::string& sql);
-void RawExec(const std::string& path, const std::string& sql);
-// The first column of every row of `sql`, as text ("NULL" for NULL).
-std::vector<std::string> RawColumn(const std::string& path, const std::string& sql);
-// The single integer that `sql` yields.
-long long RawInt(const std::string& path, const std::string& sql);
+// Every data operation once, in an order that can run again and again: a pass
+// stores a record of each kind, reads each back and deletes all but the key
+// pair. Field f (a letter) of every text is `text` followed by f.
+struct Ops {
+  struct Op {
+    const char* name;
+    int result;  // on a healthy store
+    std::function<int()> call;
+  };
+  Ops(IDatabaseInterface& db, const std::string& text);
+  Ops(const Ops&) = delete;
+  const std::string& T(char field) const { return texts[static_cast<size_t>(field - 'A')]; }
+  bool Untouched() const;  // no output written since construction
+  bool ReadBack() const;   // every output holds what a pass stored
 
-// Creates a file holding the library's six tables and a db_version row with
-// `version` (no row when `version` is null), written with the raw API.
-void MakeFileWithVersion(const std::string& path, const char* version);
+  std::vector<std::string> texts;
+  std::vector<Op> ops;
+  std::string key = "kept", secret = "kept", version = "kept", type = "kept", value = "kept";
+  int start = -3;
+  int64_t time = 7;
+  CoreRecode core;
+  InstanceInfo instance;
+  std::vector<CoreRecode> cores;
+  std::vector<InstanceInfo> instances;
+};
 
-}  // namespace test
-}  // namespace database_interface
+}  // namespace database_interface::test
 
 #endif  // DATABASE_INTERFACE_TESTS_TEST_UTIL_H_

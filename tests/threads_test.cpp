@@ -1,76 +1,115 @@
-// Many threads on one object, running different operations and the same operation at once.
+// Eight threads run Ops passes on one object (one also deletes everything); in
+// the second test another thread keeps reopening it, on two files in turn.
+// Each call gives its normal result or, racing with Uninit and Init, -1 without
+// a line; every key pair acknowledged is in exactly one file, and no other is.
+#include <algorithm>
 #include <atomic>
-#include <future>
-#include <set>
+#include <sstream>
 #include <thread>
 
 #include "test_util.h"
 
 namespace database_interface::test {
 
-class ThreadsTest : public StoreTest {};
-
-TEST_F(ThreadsTest, ConcurrentCallsNeverFailAndLoseNoRow) {
-  constexpr size_t kThreads = 6, kIterations = 30;
-  int core_start = 0;
-  ASSERT_EQ(1, m_db->InsertStartRecode(core_start, "core", -1, "sdk", -1, 0));
-  std::promise<void> go;
-  const std::shared_future<void> gate = go.get_future().share();
-  std::atomic<int> failures{0};
-  std::vector<std::vector<int>> ids(kThreads);  // the start or core ids that a thread stored
-  std::vector<std::thread> threads;
-  for (size_t t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t, gate] {
-      gate.wait();
-      for (size_t i = 0; i < kIterations; ++i) {
-        const std::string tag = std::to_string(t) + "-" + std::to_string(i);
-        InstanceInfo instance(0, tag, "session", 1, "tcp", 0, 1);
-        CoreRecode core(0, tag, "log", core_start, 1);
-        std::string value;
-        if (t % 3 == 0) {
-          failures +=
-              m_db->InsertStartRecode(instance.start_recode_id, tag.c_str(), -1, "sdk", -1, 1) != 1;
-          failures += m_db->InsertInstanceInfo(instance) != 1;
-          ids[t].push_back(instance.start_recode_id);
-        } else if (t % 3 == 1) {
-          failures += m_db->InsertSessionCache(tag.c_str(), tag.c_str(), 100) != 0;
-          failures += m_db->SelectSessionCache(tag.c_str(), 0, value) != 1 || value != tag;
-        } else {
-          failures += m_db->InsertCoreRecode(core) != 1;
-          ids[t].push_back(core.id);
-        }
-      }
-    });
+class ThreadsTest : public StoreTest {
+ protected:
+  void Run(bool reopen);
+  void Worker(int t, bool reopen);
+  // Waits for 50 more completed calls, or for the workers to end; false then.
+  bool Pace() {
+    for (const int due = m_completed + 50; m_completed < due && m_finished < 8;) {
+      std::this_thread::yield();
+    }
+    return m_finished < 8;
   }
-  go.set_value();
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(0, failures.load());
-  std::set<int> core_ids, read_ids;
-  for (size_t t = 0; t < kThreads; ++t) {
-    for (size_t i = 0; i < ids[t].size(); ++i) {
-      std::string version, type;
-      int64_t start_time = 0;
-      if (t % 3 == 2) {
-        core_ids.insert(ids[t][i]);
-      } else {
-        EXPECT_EQ(1, m_db->SelectStartRecode(ids[t][i], version, type, start_time));
-        EXPECT_EQ(std::to_string(t) + "-" + std::to_string(i), version);
-      }
+
+  std::vector<std::string> m_files{m_path};
+  std::vector<std::vector<std::string>> m_pairs{8};  // each worker's acknowledged key pairs
+  // m_deletions grows before and after the deletes of everything: odd while they run.
+  std::atomic<int> m_deletions{0}, m_completed{0}, m_finished{0};
+  std::atomic<bool> m_open{true};  // false from just before Uninit to just after Init
+};
+
+void ThreadsTest::Worker(int t, bool reopen) {
+  for (int pass = 0; pass < 12; ++pass) {
+    const int deletions = m_deletions;
+    Ops ops(*m_db, std::to_string(t) + "-" + std::to_string(pass) + "-");
+    for (size_t i = 0; i < ops.ops.size(); ++i) {
+      // The deletes of every start record or session entry run on one thread.
+      const bool all = i == 12 || i == 16 || i == 17;
+      if (all && t != 0) continue;
+      // A call made while the object is known to be closed could only be
+      // refused; those past this point race with the closing.
+      while (reopen && !m_open) std::this_thread::yield();
+      m_deletions += all;
+      const int rc = ops.ops[i].call(), result = ops.ops[i].result;
+      m_deletions += all;
+      m_completed += rc != -1;
+      // A deletion, or the other file, explains a row not found and an insert
+      // the foreign key refused (with its line).
+      const bool explained = reopen || deletions % 2 || deletions != m_deletions;
+      const bool read = i == 1 || i == 3 || i == 5 || i == 9 || i == 14;
+      EXPECT_TRUE(rc == result || (i == 5 && rc > 1) || (reopen && rc == -1) ||
+                  (explained && (read ? rc == 0 : rc == -1 && (i == 4 || i == 7))))
+          << ops.ops[i].name << " gave " << rc;
+      if (i == 0 && rc == 0) m_pairs[static_cast<size_t>(t)].push_back(ops.T('A'));
+    }
+    // The texts of one pair, one record, one entry: read whole or not at all.
+    const auto same = [](const std::string& a, const std::string& b) {
+      return a == "kept" ? b == "kept" : a.substr(0, a.size() - 1) == b.substr(0, b.size() - 1);
+    };
+    EXPECT_TRUE(same(ops.key, ops.secret)) << ops.key << " " << ops.secret;
+    for (const CoreRecode& c : ops.cores) EXPECT_TRUE(same(c.dump_file_path, c.log_file_path));
+    EXPECT_TRUE(ops.version == "kept" || ops.version + ops.type == ops.T('C') + ops.T('D'));
+    EXPECT_TRUE(ops.value == "kept" || ops.value == ops.T('L'));
+    for (const InstanceInfo& i : ops.instances) {  // the update refused, it holds H
+      EXPECT_EQ(ops.T('G') + ops.T('I'), i.instance_no + i.protocol_type);
+      EXPECT_TRUE(i.session_id == ops.T('J') || (reopen && i.session_id == ops.T('H')));
     }
   }
-  std::vector<CoreRecode> cores;
-  EXPECT_EQ(static_cast<int>(2 * kIterations), m_db->SelectAllCoreRecode(cores));
-  for (const CoreRecode& core : cores) read_ids.insert(core.id);
-  EXPECT_EQ(2 * kIterations, core_ids.size());
-  EXPECT_EQ(core_ids, read_ids);
-  EXPECT_EQ(2 * kIterations, RawInt(m_db_path,
-                                    "SELECT count(*) FROM instance_info i JOIN "
-                                    "start_recode s ON s.id = i.start_recode_id AND "
-                                    "s.sdk_version = i.instance_no"));
-  EXPECT_EQ(
-      2 * kIterations,
-      RawInt(m_db_path, "SELECT count(*) FROM session_cache WHERE session_key = session_value"));
-  EXPECT_TRUE(Logged().empty());
+  ++m_finished;
 }
+
+void ThreadsTest::Run(bool reopen) {
+  if (reopen) {  // record ids of the second file never meet those of the first
+    m_files.push_back(MakeStore("b",
+                                "INSERT INTO sqlite_sequence VALUES('start_recode', 1000000), "
+                                "('core_recode', 1000000), ('instance_info', 1000000)"));
+    ASSERT_EQ(0, InitOn(m_path));
+  }
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t) threads.emplace_back(&ThreadsTest::Worker, this, t, reopen);
+  for (size_t k = 1; reopen && Pace(); ++k) {
+    m_open = false;
+    m_db->Uninit();
+    int other = 0;  // two Init calls at once: exactly one opens the object
+    std::thread second([&] { other = m_db->Init(m_files[(k + 1) % 2].c_str()); });
+    const int rc = m_db->Init(m_files[k % 2].c_str());
+    second.join();
+    EXPECT_EQ(-1, rc + other);
+    m_open = true;
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::vector<std::string> stored, acknowledged;
+  for (const std::string& file : m_files) {
+    std::stringstream rows(Raw(file, "SELECT message_access_key FROM message_collect_key"));
+    for (std::string key; std::getline(rows, key, ',');) stored.push_back(key);
+  }
+  for (const auto& pairs : m_pairs)
+    acknowledged.insert(acknowledged.end(), pairs.begin(), pairs.end());
+  std::sort(stored.begin(), stored.end());
+  std::sort(acknowledged.begin(), acknowledged.end());
+  EXPECT_EQ(acknowledged, stored);
+  EXPECT_TRUE(reopen || acknowledged.size() == 8 * 12);
+  for (const std::string& line : Take()) {  // only inserts the foreign key refused
+    EXPECT_TRUE(line == StepLine("InsertCoreRecode", "constraint failed") ||
+                line == StepLine("InsertInstanceInfo", "constraint failed"))
+        << line;
+  }
+}
+
+TEST_F(ThreadsTest, AllOperationsFromManyThreadsKeepEveryRowConsistent) { Run(false); }
+
+TEST_F(ThreadsTest, CallsRacingWithUninitAndInitCompleteOrAreRefusedSilently) { Run(true); }
 
 }  // namespace database_interface::test

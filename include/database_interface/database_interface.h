@@ -13,11 +13,13 @@
 // so different operations run in parallel and two calls of one operation run
 // one after the other. `Init` and `Uninit` turn a concurrent second caller
 // away (-1, or nothing done) instead of waiting. A call that overlaps `Uninit`
-// (or a following `Init`) on the same object is safe: it either completes
-// before its statement is finalized or returns -1 without a log line; `Uninit`
-// waits only for calls already running their statement. Keep a reference to
-// the object for the whole of every call: the last reference must not go
-// while a call is in progress.
+// (or a following `Init`) on the same object is safe: it completes before its
+// statement is finalized, or returns -1 without a log line, or, when an `Init`
+// has opened the object again by the time it reaches its statement, runs on
+// that statement, so on the newly opened file. `Uninit` waits only for calls
+// already running their statement. Keep a reference to the object for the
+// whole of every call: the last reference must not go while a call is in
+// progress.
 //
 // Results. Every operation but `Uninit` returns -1 on any failure: an object
 // that is not open, a null text where one is required, a failed SQLite call.
@@ -34,7 +36,14 @@
 // refused because the object is not open, or because a required text is
 // null, writes nothing. Bound values (keys, secrets, record texts) never
 // appear in a line; the path given to `Init` does. Nothing is logged on
-// success.
+// success. Two lines report no failed SQLite call but this library's own
+// refusals. A read whose text column yields no text (a NULL, possible only in
+// a table of another shape that the file already held, or SQLite out of
+// memory while converting) fails with "[database]database_interface::
+// CDatabase::<operation> sqlite3_column_text with sql[<SQL>] failed:datatype
+// mismatch" (or "failed:out of memory"). A record text, session key or
+// session value longer than INT_MAX bytes is refused before SQLite sees it,
+// with the bind line of its parameter ending "failed:string or blob too big".
 //
 // Exceptions. The library throws nothing of its own. What the standard
 // library raises passes through: std::bad_alloc, std::system_error from a
@@ -116,9 +125,10 @@ class DATABASE_INTERFACE_EXPORT IDatabaseInterface {
   virtual int Init(const char* path) = 0;
 
   /// Closes the object; it may be opened again with `Init`. Does nothing on an
-  /// object that is not open. Calls running meanwhile finish first or return
-  /// -1. Destroying an object does not close its connection (its file stays
-  /// open until the process ends): call `Uninit` first.
+  /// object that is not open. Calls running meanwhile finish first, return -1,
+  /// or, if an `Init` follows at once, run on the file it opens. Destroying an
+  /// object does not close its connection (its file stays open until the
+  /// process ends): call `Uninit` first.
   virtual void Uninit() = 0;
 
   // ---- Message collection key ----------------------------------------------
@@ -228,9 +238,11 @@ class DATABASE_INTERFACE_EXPORT IDatabaseInterface {
   /// The process-wide object. The first call opens it on the default log
   /// directory followed directly by "qzdata" and, when that succeeds, deletes
   /// session entries that expired before now (milliseconds since 1970);
-  /// concurrent first callers wait for this. A failed first open is not
-  /// retried: the object stays closed (every operation returns -1) unless the
-  /// host calls `Init` on it.
+  /// concurrent first callers wait for this. A first open that fails with -1
+  /// is not retried: the object stays closed (every operation returns -1)
+  /// unless the host calls `Init` on it. One that throws (see Exceptions)
+  /// passes the exception on and counts as not done: the next call opens the
+  /// file again, and throws again until the file is repaired.
   static std::shared_ptr<IDatabaseInterface> GetDbInstance();
 };
 

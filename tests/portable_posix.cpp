@@ -1,0 +1,50 @@
+// The tests' operating-system layer on POSIX systems.
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+
+#include "portable.h"
+
+extern char** environ;
+
+namespace database_interface::test {
+
+void SetEnv(const char* name, const char* value) {
+  if (value != nullptr ? setenv(name, value, 1) : unsetenv(name)) std::abort();
+}
+
+bool GiveUpRoot() { return geteuid() != 0 || (setgid(65534) == 0 && setuid(65534) == 0); }
+
+Child::Child(const std::string& test) {
+  char self[PATH_MAX] = {};
+  std::string filter = "--gtest_filter=" + test, disabled = "--gtest_also_run_disabled_tests";
+  char* argv[] = {self, filter.data(), disabled.data(), nullptr};
+  pid_t pid = 0;
+  if (readlink("/proc/self/exe", self, sizeof self - 1) <= 0 ||
+      posix_spawn(&pid, self, nullptr, nullptr, argv, environ) != 0) {
+    std::abort();
+  }
+  m_handle = pid;
+}
+
+Child::~Child() {
+  Kill();
+  Wait();
+}
+
+int Child::Wait() {
+  int status = 0;
+  if (m_handle == 0 || waitpid(static_cast<pid_t>(m_handle), &status, 0) == -1) return m_code;
+  m_handle = 0;
+  return m_code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+void Child::Kill() {
+  if (m_handle != 0) kill(static_cast<pid_t>(m_handle), SIGKILL);
+}
+
+}  // namespace database_interface::test

@@ -1,0 +1,53 @@
+// What only POSIX systems have: paths that are bytes, used as they are when they
+// are UTF-8, and file permissions that stop every user but root.
+#include <cstdlib>
+#include <filesystem>
+
+#include "test_util.h"
+
+namespace database_interface::test {
+
+using PosixTest = StoreTest;
+namespace fs = std::filesystem;
+
+TEST_F(PosixTest, InitTakesUtf8PathsAsTheyAreAndRefusesOthersWithItsLine) {
+  const std::string utf8 = m_dir.File("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");
+  ASSERT_EQ(0, InitOn(utf8));
+  EXPECT_EQ("1.24.0", Raw(utf8, "SELECT version FROM db_version"));
+  // A lone byte, a cut sequence, overlong forms, a surrogate, past U+10FFFF.
+  for (const std::string bad : {"\xff", "a\xc3", "\xc0\xaf", "\xe0\x80\xaf", "\xed\xa0\x80",
+                                "\xf4\x90\x80\x80", "\x80", ""}) {
+    EXPECT_EQ(-1, InitOn(bad));
+    EXPECT_EQ(Lines{"[database]Convert sqlite3 file path[" + bad + "] failed"}, Take());
+  }
+}
+
+// Root ignores permissions: the scenario runs in a child that gives root up.
+TEST_F(PosixTest, ReadOnlyFileOpensForReadingAndAWriteFailsWithItsLine) {
+  ASSERT_EQ(0, m_db->InsertSessionCache("k", "v", 100));
+  m_db->Uninit();
+  fs::permissions(m_path, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
+  fs::permissions(m_dir.path, fs::perms::others_read | fs::perms::others_exec,
+                  fs::perm_options::add);
+  SetEnv("DBI_TEST_DIR", m_dir.path.c_str());
+  EXPECT_EQ(kChildPassed, Child("PosixChild.DISABLED_ReadsAndFailsToWrite").Wait());
+  EXPECT_EQ("1", Raw(m_path, "SELECT count(*) FROM session_cache"));
+}
+
+TEST(PosixChild, DISABLED_ReadsAndFailsToWrite) {
+  ChildStarted();
+  ASSERT_TRUE(GiveUpRoot());
+  const auto log = LogCapture::Install();
+  const auto db = IDatabaseInterface::CreateDatabaseInterface();
+  std::string value;
+  ASSERT_EQ(0, db->Init((std::string(std::getenv("DBI_TEST_DIR")) + "/test.db").c_str()));
+  EXPECT_EQ(1, db->SelectSessionCache("k", 0, value));
+  EXPECT_EQ("v", value);
+  EXPECT_EQ(-1, db->DeleteAllSessionCache());
+  EXPECT_EQ(Lines{StepLine("DeleteAllSessionCache", "attempt to write a readonly database")},
+            log->Take());
+  db->Uninit();
+  log->Uninstall();
+}
+
+}  // namespace database_interface::test
