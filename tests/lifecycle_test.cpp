@@ -54,4 +54,21 @@ TEST_F(LifecycleTest, FailedInitLogsItsLineAndLeavesTheObjectReusable) {
   }
 }
 
+// A path is given in the platform's encoding of a `char*` path and names the
+// file exactly; the file has the defaults that the system's SQLite gave.
+TEST_F(LifecycleTest, PathNamesTheFileWhichHasTheSystemSqlitesDefaults) {
+  const std::string utf8 = m_dir.File("caf\xc3\xa9.db");
+  const std::string narrow = NarrowPath(utf8);
+  ASSERT_FALSE(narrow.empty()) << "no \"\xc3\xa9\" in this code page";
+  ASSERT_EQ(0, InitOn(narrow));
+  EXPECT_TRUE(std::filesystem::exists(std::filesystem::u8path(utf8)));
+  // Rollback journal, synchronous FULL, 4096-byte pages, no auto-vacuum,
+  // deleted content overwritten.
+  EXPECT_EQ("delete,2,4096,0,1",
+            Raw(utf8,
+                "SELECT journal_mode || ',' || synchronous || ',' || page_size || ',' || "
+                "auto_vacuum || ',' || secure_delete FROM pragma_journal_mode, "
+                "pragma_synchronous, pragma_page_size, pragma_auto_vacuum, pragma_secure_delete"));
+}
+
 }  // namespace database_interface::test

@@ -32,6 +32,10 @@ struct TempDir {
 // inherit, or removes it for null. Windows cannot hold an empty value.
 void SetEnv(const char* name, const char* value);
 
+// `utf8` as a `char*` path is encoded here (the ANSI code page on Windows);
+// empty when it has no form in that encoding.
+std::string NarrowPath(const std::string& utf8);
+
 // As root, becomes "nobody"; true when file permissions then bind the process.
 bool GiveUpRoot();
 

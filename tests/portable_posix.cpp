@@ -13,6 +13,8 @@ extern char** environ;
 
 namespace database_interface::test {
 
+std::string NarrowPath(const std::string& utf8) { return utf8; }  // paths are bytes
+
 void SetEnv(const char* name, const char* value) {
   if (value != nullptr ? setenv(name, value, 1) : unsetenv(name)) std::abort();
 }

@@ -13,6 +13,19 @@ void SetEnv(const char* name, const char* value) {
   if (_putenv_s(name, value != nullptr ? value : "") != 0) std::abort();
 }
 
+std::string NarrowPath(const std::string& utf8) {
+  std::wstring wide(utf8.size(), L'\0');
+  wide.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(),
+                                                      static_cast<int>(utf8.size()), wide.data(),
+                                                      static_cast<int>(wide.size()))));
+  std::string narrow(wide.size() * 2, '\0');
+  BOOL defaulted = FALSE;
+  narrow.resize(static_cast<size_t>(
+      WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), static_cast<int>(wide.size()),
+                          narrow.data(), static_cast<int>(narrow.size()), nullptr, &defaulted)));
+  return defaulted ? std::string() : narrow;
+}
+
 bool GiveUpRoot() { return true; }  // no Windows user passes the read-only attribute
 
 Child::Child(const std::string& test) {
