@@ -99,6 +99,9 @@ target_compile_definitions(database_interface_sqlite_objects PRIVATE
   # interface is called.
   SQLITE_OMIT_SHARED_CACHE
   SQLITE_OMIT_DEPRECATED
+  # Files SQLite creates are its user's alone (the library creates its store
+  # 0600 itself, before SQLite opens it; this covers a "file:" URI path too).
+  SQLITE_DEFAULT_FILE_PERMISSIONS=0600
   # LIKE never matches a blob, as in the system build; the library uses no
   # LIKE itself.
   SQLITE_LIKE_DOESNT_MATCH_BLOBS

@@ -3,12 +3,29 @@
 
 #include "base/base.h"
 #include "host/host_log.h"
+#include "private_file.h"
 
 namespace database_interface {
 namespace {
 
 constexpr int kOpenFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
 constexpr const char* kForeignKeysSql = "PRAGMA foreign_keys = ON;";
+
+// How every connection keeps the file, set before its first table is read:
+// - A commit ends by truncating the journal and syncing that, so a power cut
+//   right after a call returns cannot bring the journal back to roll the call
+//   back. Deleting the journal instead (SQLite's default) is durable only
+//   once the directory is synced, which SQLite's unix VFS does only with
+//   synchronous=EXTRA and its win32 VFS never does. synchronous is stated
+//   because a system SQLite may be built with another default.
+// - Temporary tables, indices and statement journals stay in memory: no
+//   secret is ever written to a temporary file.
+// - The file is read, never mapped: a file changed under the process cannot
+//   fault it with SIGBUS.
+// - A trigger or view in the file runs no function that is not innocuous.
+constexpr const char* kSettingsSql =
+    "PRAGMA journal_mode = TRUNCATE; PRAGMA synchronous = FULL; PRAGMA temp_store = MEMORY; "
+    "PRAGMA mmap_size = 0; PRAGMA trusted_schema = OFF;";
 
 }  // namespace
 
@@ -35,16 +52,27 @@ int CDatabase::OpenAndPrepare(const char* path) {
     LogError("[database]Convert sqlite3 file path[%s] failed", path);
     return -1;
   }
+  CreatePrivateFile(utf8);
   // SQLite hands back a handle even when the open fails (unless it runs out
   // of memory); the failure path closes it.
-  const int rc = sqlite3_open_v2(utf8.c_str(), &m_db, kOpenFlags, nullptr);
+  int rc = sqlite3_open_v2(utf8.c_str(), &m_db, kOpenFlags, nullptr);
   if (rc != SQLITE_OK) {
     LogError("[database]Open sqlite3 file[%s] failed:%s", utf8.c_str(), sqlite3_errstr(rc));
+    return -1;
+  }
+  // The file may come from someone else: no SQL of the library's, nor any in
+  // the file's schema, may switch off the safeguards against a corrupt file.
+  rc = sqlite3_db_config(m_db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+  if (rc != SQLITE_OK) {
+    LogError("[database]%s sqlite3_db_config with op[%s] failed:%s",
+             "database_interface::CDatabase::Init", "SQLITE_DBCONFIG_DEFENSIVE",
+             sqlite3_errstr(rc));
     return -1;
   }
   // Foreign keys are on before any table is created or written, so the
   // cascades from start_recode hold for every row.
   if (ExecSql("database_interface::CDatabase::Init", kForeignKeysSql) != 0) return -1;
+  if (ExecSql("database_interface::CDatabase::Init", kSettingsSql) != 0) return -1;
   if (CreateTable() != 0) {
     LogError("[database]CreateTable failed");
     return -1;

@@ -1,0 +1,10 @@
+// On Windows a new file takes the access control list of its directory: under
+// %LOCALAPPDATA% that admits its user, SYSTEM and administrators alone, so
+// SQLite's own creation needs nothing added.
+#include "private_file.h"
+
+namespace database_interface {
+
+void CreatePrivateFile(const std::string&) {}
+
+}  // namespace database_interface
