@@ -131,6 +131,23 @@ TEST_F(MigrationTest, ForeignTablesFailInitOrACallWithTheirChainOfLines) {
         "VARCHAR(256) NOT NULL UNIQUE, session_value VARCHAR(1024) NOT NULL, expire_time BIGINT "
         "NOT NULL);] failed:SQL logic error",
         "[database]CreateTable failed"}},
+      // Planted objects: a view where a table belongs, a trigger named like one,
+      // and a trigger that would load code into the process.
+      {"CREATE VIEW session_cache AS SELECT 1 AS session_value",
+       false,
+       {"[database]prepare sql[DELETE FROM session_cache WHERE expire_time < :expire_time] "
+        "failed:SQL logic error",
+        "[database]InitStmt failed"}},
+      {"CREATE TABLE t(x); CREATE TRIGGER session_cache AFTER INSERT ON t BEGIN SELECT 1; END",
+       true,
+       {}},
+      {"CREATE TABLE session_cache(id INTEGER PRIMARY KEY, session_key UNIQUE, session_value, "
+       "expire_time); CREATE TRIGGER planted AFTER INSERT ON session_cache BEGIN SELECT "
+       "load_extension('planted'); END",
+       false,
+       {"[database]prepare sql[INSERT OR REPLACE INTO session_cache(session_key, session_value, "
+        "expire_time) VALUES (:session_key, :session_value, :expire_time);] failed:SQL logic error",
+        "[database]InitStmt failed"}},
       {"CREATE VIEW core_recode AS SELECT 1" + newer,
        false,
        {"[database]database_interface::CDatabase::ReCreateTable sqlite3_exec with sql[DROP "

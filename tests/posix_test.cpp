@@ -1,7 +1,10 @@
 // What only POSIX systems have: paths that are bytes, used as they are when they
 // are UTF-8, and file permissions that stop every user but root.
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "test_util.h"
 
@@ -20,6 +23,35 @@ TEST_F(PosixTest, InitTakesUtf8PathsAsTheyAreAndRefusesOthersWithItsLine) {
     EXPECT_EQ(-1, InitOn(bad));
     EXPECT_EQ(Lines{"[database]Convert sqlite3 file path[" + bad + "] failed"}, Take());
   }
+}
+
+// Under the usual umask the store, its journal (kept, empty, between writes)
+// and base's log directories are their user's alone; a file that was there
+// keeps the mode its owner gave it, and its journal takes that mode.
+TEST_F(PosixTest, FilesAreTheirUsersAloneUnderTheUsualUmask) {
+  const mode_t umask = ::umask(022);
+  const auto mode = [](const std::string& path) { return fs::status(path).permissions(); };
+  const std::string fresh = m_dir.File("fresh.db"), kept = m_dir.File("kept.db");
+  std::ofstream{kept};
+  const fs::perms shared = fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read;
+  fs::permissions(kept, shared);
+  for (const std::string& path : {fresh, kept}) {
+    ASSERT_EQ(0, InitOn(path));
+    ASSERT_EQ(0, m_db->InsertSessionCache("k", "v", 1));
+    EXPECT_EQ(0, fs::file_size(path + "-journal"));
+  }
+  const fs::perms own = fs::perms::owner_read | fs::perms::owner_write;
+  EXPECT_EQ(
+      (std::vector{own, own, shared, shared}),
+      (std::vector{mode(fresh), mode(fresh + "-journal"), mode(kept), mode(kept + "-journal")}));
+  SetEnv("BASE_LOG_PATH", nullptr);
+  SetEnv("XDG_STATE_HOME", m_dir.File("state").c_str());
+  EXPECT_EQ(m_dir.File("state/base/log/"), base::IBaseLogInterface::GetDefaultLogPath());
+  for (const char* dir : {"state", "state/base", "state/base/log"}) {
+    EXPECT_EQ(fs::perms::owner_all, mode(m_dir.File(dir))) << dir;
+  }
+  SetEnv("XDG_STATE_HOME", nullptr);
+  ::umask(umask);
 }
 
 // Root ignores permissions: the scenario runs in a child that gives root up.

@@ -1,5 +1,6 @@
 // base on POSIX systems: the kernel thread id, the XDG state directory, paths
 // as bytes that must be UTF-8 already.
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -70,8 +71,13 @@ std::string IBaseLogInterface::GetDefaultLogPath() {
     std::error_code ec;
     dir = std::filesystem::temp_directory_path(ec) / "base" / "log";
   }
-  std::error_code ec;
-  std::filesystem::create_directories(dir, ec);
+  // Every directory made here is its user's alone: the store in it holds
+  // secrets. One that exists keeps the mode its owner gave it.
+  std::filesystem::path made;
+  for (const std::filesystem::path& part : dir) {
+    made /= part;
+    ::mkdir(made.c_str(), 0700);
+  }
   std::string result = dir.string();
   if (result.empty() || result.back() != '/') result.push_back('/');
   return result;
