@@ -31,8 +31,9 @@
 // are cut at their first NUL byte. A write reports success only after SQLite
 // has committed it: an insert that hands back an id has committed that row.
 //
-// Logging. Each failure writes exactly one line, beginning "[database]",
-// through base::IBaseLogInterface::GetLogInstance() at level 60; a call
+// Logging. Each failed data operation writes exactly one line, beginning
+// "[database]", through base::IBaseLogInterface::GetLogInstance() at level
+// 60; a failed `Init` writes a short chain, innermost first; a call
 // refused because the object is not open, or because a required text is
 // null, writes nothing. Bound values (keys, secrets, record texts) never
 // appear in a line; the path given to `Init` does. Nothing is logged on
@@ -44,6 +45,26 @@
 // mismatch" (or "failed:out of memory"). A record text, session key or
 // session value longer than INT_MAX bytes is refused before SQLite sees it,
 // with the bind line of its parameter ending "failed:string or blob too big".
+//
+// Durability. A write that returned success survives the process's crash
+// and, on POSIX file systems and NTFS, the machine's crash or a power cut:
+// each commit ends by truncating the journal and syncing that before the call
+// returns. A write that fails with an I/O error at its commit's last sync
+// returns -1 and may yet be in the file.
+//
+// Files. A store file that `Init` creates, and its journal ("<path>-journal",
+// which stays between writes, empty), are readable and writable by their user
+// alone: mode 0600 on POSIX whatever the umask; on Windows a new file takes the
+// access list of its directory (under %LOCALAPPDATA%, its user's). A file that
+// exists keeps the mode its owner gave it. A file planted by someone else is
+// opened with SQLite's defences on: its schema can neither switch them off nor
+// run an unsafe function, no temporary file is written, and the file is never
+// memory-mapped.
+//
+// Processes. Several processes may use one store. There is no busy wait: a
+// call that meets another process's lock returns -1 at once with its line
+// ending "failed:database is locked", and may be tried again. A process killed
+// mid-write leaves its journal; the next process to read rolls it back.
 //
 // Exceptions. The library throws nothing of its own. What the standard
 // library raises passes through: std::bad_alloc, std::system_error from a

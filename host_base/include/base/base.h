@@ -67,15 +67,17 @@ class BASE_EXPORT IBaseLogInterface {
 
   /// With a non-empty `logger`, makes it the process logger. Returns the
   /// process logger, creating the default file logger on first use: it
-  /// appends to base.log in the default log directory. Thread-safe.
+  /// appends to base.log in the default log directory, and writes to standard
+  /// error instead while that file cannot be opened (its directory missing or
+  /// not writable). Thread-safe.
   static std::shared_ptr<IBaseLogInterface> GetLogInstance(
       std::shared_ptr<IBaseLogInterface> logger);
 
   /// The host's log directory, ending in a separator.
   /// On Linux: the environment variable BASE_LOG_PATH, when set, is returned
   /// exactly as it is (even empty, even without a trailing separator).
-  /// Otherwise $XDG_STATE_HOME/base/log/ or $HOME/.local/state/base/log/,
-  /// created if missing.
+  /// Otherwise $XDG_STATE_HOME/base/log/ or $HOME/.local/state/base/log/;
+  /// each missing directory of it is created with mode 0700.
   /// On Windows the result is in the ANSI code page, like every `char*` path
   /// there. BASE_LOG_PATH, when set, is returned exactly as it is (even
   /// without a trailing separator); the C runtime removes a variable set to
