@@ -102,10 +102,10 @@ void WriteImage() {
     for (const Inode::Change& c : inode->unsynced) {
       const auto end = c.offset + static_cast<sqlite3_int64>(c.bytes.size());
       const auto how = random() % 3;
-      for (auto at = c.offset, next = end; how != 0 && (at < end || c.truncate); at = next) {
+      if (how != 0 && c.truncate) Apply(data, c, end, end);
+      for (auto at = c.offset, next = end; how != 0 && at < end; at = next) {
         next = std::min(end, (at / 512 + 1) * 512);
-        if (how == 1 || c.truncate || random() % 2 == 0) Apply(data, c, at, next);
-        if (c.truncate) break;
+        if (how == 1 || random() % 2 == 0) Apply(data, c, at, next);
       }
     }
     const bool journal = name.size() > 8 && name.compare(name.size() - 8, 8, "-journal") == 0;
