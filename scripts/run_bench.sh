@@ -14,7 +14,9 @@
 #   scripts/run_bench.sh --sections=memory     only the ":memory:" rows
 #
 # The Google Benchmark program, build-bench/bench/database_interface_bench,
-# runs every workload, variant and medium on its own.
+# runs every workload, variant and medium on its own. Last come the syncs and
+# the time per committed write on a real file, per journal mode
+# (database_interface_durability_bench, in each build directory).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -36,3 +38,7 @@ echo
 echo "## lib on the system SQLite"
 echo
 build-bench-system/bench/database_interface_paired "$@"
+echo
+echo "## Durability: syncs and time per committed write, on a file in build-bench-system/"
+echo
+build-bench-system/bench/database_interface_durability_bench build-bench-system
