@@ -21,18 +21,10 @@
 namespace database_interface::test {
 namespace {
 
-enum Point : unsigned {
-  kNone = 0,
-  kMalloc = 1,
-  kWrite = 2,
-  kSync = 4,
-  kRead = 8,
-  kLock = 16,
-  kFileSize = 32,
-  kTruncate = 64,
-  kDelete = 128,
-  kPowerCut = kWrite | kSync | kTruncate | kDelete
-};
+// What a fault can fail, as bits: allocations and calls of a file.
+constexpr unsigned kNone = 0, kMalloc = 1, kWrite = 2, kSync = 4, kRead = 8, kLock = 16,
+                   kFileSize = 32, kTruncate = 64, kDelete = 128;
+constexpr unsigned kPowerCut = kWrite | kSync | kTruncate | kDelete;
 
 // When a file's creation or deletion becomes durable. SQLite's unix VFS syncs
 // the directory at the first sync of a journal it opened to create, and after
@@ -79,8 +71,7 @@ struct Inode {
 // The files of one run, by name, as the process sees the directory and as
 // its last directory sync left it.
 struct Disk {
-  std::vector<std::unique_ptr<Inode>> inodes;
-  std::map<std::string, Inode*> names, durable;
+  std::map<std::string, std::shared_ptr<Inode>> names, durable;
 } g_disk;
 
 // Writes [from, to) of a change's file range over `data`.
@@ -113,7 +104,7 @@ void WriteImage() {
   }
 }
 
-bool Fails(Point point) {
+bool Fails(unsigned point) {
   if (g_armed.n == 0 || (g_armed.fault.points & point) == 0) return false;
   const bool now = !g_armed.fired && ++g_armed.calls == g_armed.n;
   if (now && g_armed.fault.disk != kNoPowerCut) WriteImage();
@@ -134,7 +125,7 @@ struct ShimFile {
 ShimFile* Shim(sqlite3_file* file) { return reinterpret_cast<ShimFile*>(file); }
 sqlite3_file* Real(sqlite3_file* file) { return reinterpret_cast<sqlite3_file*>(Shim(file) + 1); }
 
-template <auto kMember, Point kPoint, typename... Args>
+template <auto kMember, unsigned kPoint, typename... Args>
 int Forward(sqlite3_file* f, Args... args) {
   return Fails(kPoint) ? g_armed.fault.code : (Real(f)->pMethods->*kMember)(Real(f), args...);
 }
@@ -207,15 +198,14 @@ const M kShimMethods = {1,
 // The database or journal `name` as the disk model knows it; a file that was
 // there before the run is durable as it is.
 Inode* Track(const std::string& name, bool existed) {
-  if (const auto it = g_disk.names.find(name); it != g_disk.names.end()) return it->second;
-  Inode* inode = g_disk.inodes.emplace_back(std::make_unique<Inode>()).get();
-  g_disk.names[name] = inode;
+  if (const auto it = g_disk.names.find(name); it != g_disk.names.end()) return it->second.get();
+  auto& inode = g_disk.names[name] = std::make_shared<Inode>();
   if (existed) {
     std::ifstream in(std::filesystem::u8path(name), std::ios::binary);
     inode->synced.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     g_disk.durable[name] = inode;
   }
-  return inode;
+  return inode.get();
 }
 
 int Open(sqlite3_vfs*, const char* name, sqlite3_file* f, int flags, int* out) {
@@ -303,7 +293,7 @@ TEST_P(FaultTest, EveryFailedCallLogsItsLineAndTheFileKeepsWhatWorked) {
         "= ON;] failed:out of memory",
         "[database]database_interface::CDatabase::Init sqlite3_exec with sql[PRAGMA journal_mode "
         "= TRUNCATE; PRAGMA synchronous = FULL; PRAGMA temp_store = MEMORY; PRAGMA mmap_size = 0; "
-        "PRAGMA trusted_schema = OFF;] failed:" +
+        "PRAGMA trusted_schema = OFF; PRAGMA cell_size_check = ON;] failed:" +
             error,
         "[database]CreateTable failed",
         "[database]InitStmt failed",
