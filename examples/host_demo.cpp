@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/base.h"
@@ -42,10 +43,25 @@ bool Succeeded(bool ok, const char* operation) {
   return ok;
 }
 
+// The store never waits for another process's lock: a call that meets one
+// fails at once (-1, and "database is locked" in the host log). A host that
+// may share its store, with a second copy of itself say, tries a write again a
+// few times, a little later each time, before it gives up.
+template <typename Write>
+bool Retried(Write write) {
+  for (int attempt = 1;; ++attempt) {
+    if (write()) return true;
+    if (attempt == 5) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5 << attempt));
+  }
+}
+
 // One row per start of the SDK; everything else of this start hangs off its id.
 bool RecordStart(IDatabaseInterface& db, int& start_id) {
-  return Succeeded(db.InsertStartRecode(start_id, kSdkVersion.c_str(), Len(kSdkVersion),
-                                        kSdkType.c_str(), Len(kSdkType), NowMs()) == 1,
+  return Succeeded(Retried([&] {
+                     return db.InsertStartRecode(start_id, kSdkVersion.c_str(), Len(kSdkVersion),
+                                                 kSdkType.c_str(), Len(kSdkType), NowMs()) == 1;
+                   }),
                    "InsertStartRecode");
 }
 
@@ -53,20 +69,29 @@ bool RecordStart(IDatabaseInterface& db, int& start_id) {
 bool RegisterInstances(IDatabaseInterface& db, int start_id) {
   InstanceInfo room(0, "room-1001", "", 1, "tcp", start_id, NowMs());
   InstanceInfo call(0, "call-2002", "pending", 2, "udp", start_id, NowMs());
-  if (!Succeeded(db.InsertInstanceInfo(room) == 1, "InsertInstanceInfo")) return false;
-  if (!Succeeded(db.InsertInstanceInfo(call) == 1, "InsertInstanceInfo")) return false;
+  for (InstanceInfo* instance : {&room, &call}) {
+    if (!Succeeded(Retried([&] { return db.InsertInstanceInfo(*instance) == 1; }),
+                   "InsertInstanceInfo")) {
+      return false;
+    }
+  }
   const std::string session_id = "session-" + std::to_string(start_id) + "-a7f3";
-  return Succeeded(db.UpdataInstanceSessionId(room.id, session_id.c_str(), Len(session_id)) == 0,
+  return Succeeded(Retried([&] {
+                     return db.UpdataInstanceSessionId(room.id, session_id.c_str(),
+                                                       Len(session_id)) == 0;
+                   }),
                    "UpdataInstanceSessionId");
 }
 
 // A token valid for an hour is found; one that expired a second ago is not.
 bool UseSessionCache(IDatabaseInterface& db) {
   const int64_t now = NowMs();
-  if (!Succeeded(db.InsertSessionCache("login_token", "tok-5e1b9c", now + kHourMs) == 0,
-                 "InsertSessionCache") ||
-      !Succeeded(db.InsertSessionCache("stale_token", "tok-0000", now - 1000) == 0,
-                 "InsertSessionCache")) {
+  const auto store = [&](const char* key, const char* value, int64_t expiry) {
+    return Succeeded(Retried([&] { return db.InsertSessionCache(key, value, expiry) == 0; }),
+                     "InsertSessionCache");
+  };
+  if (!store("login_token", "tok-5e1b9c", now + kHourMs) ||
+      !store("stale_token", "tok-0000", now - 1000)) {
     return false;
   }
   std::string value;
@@ -86,7 +111,7 @@ bool UseSessionCache(IDatabaseInterface& db) {
 bool RecordCrash(IDatabaseInterface& db, int start_id, const std::string& log_dir) {
   CoreRecode dump(0, log_dir + "host_sdk_" + std::to_string(start_id) + ".dmp",
                   log_dir + "host_sdk.log", start_id, NowMs());
-  return Succeeded(db.InsertCoreRecode(dump) == 1, "InsertCoreRecode");
+  return Succeeded(Retried([&] { return db.InsertCoreRecode(dump) == 1; }), "InsertCoreRecode");
 }
 
 // Every insert adds a key pair, so store one only when none is stored yet.
@@ -98,8 +123,10 @@ bool StoreKeysOnce(IDatabaseInterface& db) {
   if (found == 0) {
     const std::string new_key = "AK-demo-7Q2M";
     const std::string new_secret = "sk-demo-93f0c1d2e4";
-    if (!Succeeded(db.InsertMessageCollectKey(new_key.c_str(), Len(new_key), new_secret.c_str(),
-                                              Len(new_secret)) == 0,
+    if (!Succeeded(Retried([&] {
+                     return db.InsertMessageCollectKey(new_key.c_str(), Len(new_key),
+                                                       new_secret.c_str(), Len(new_secret)) == 0;
+                   }),
                    "InsertMessageCollectKey")) {
       return false;
     }

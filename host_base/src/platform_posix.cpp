@@ -1,5 +1,6 @@
 // base on POSIX systems: the kernel thread id, the XDG state directory, paths
 // as bytes that must be UTF-8 already.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -94,7 +95,13 @@ namespace platform {
 
 std::string DefaultLogFile() { return IBaseLogInterface::GetDefaultLogPath() + "base.log"; }
 
-std::FILE* OpenForAppend(const std::string& path) { return std::fopen(path.c_str(), "a"); }
+// A new log file is its user's alone, like the directory it is in.
+std::FILE* OpenForAppend(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+  std::FILE* file = fd == -1 ? nullptr : ::fdopen(fd, "a");
+  if (file == nullptr && fd != -1) ::close(fd);
+  return file;
+}
 
 std::tm LocalTime(std::time_t seconds) {
   std::tm local{};
