@@ -22,13 +22,29 @@ constexpr const char* kForeignKeysSql = "PRAGMA foreign_keys = ON;";
 //   secret is ever written to a temporary file.
 // - The file is read, never mapped: a file changed under the process cannot
 //   fault it with SIGBUS.
-// - A trigger or view in the file runs no function that is not innocuous.
 // - Each page's cells are checked as the page is read, so a damaged file fails
 //   a call rather than being misread. Measured with callgrind: at most 0.3%
 //   more instructions per call (UpdataInstanceSessionId), nothing on the rest.
 constexpr const char* kSettingsSql =
     "PRAGMA journal_mode = TRUNCATE; PRAGMA synchronous = FULL; PRAGMA temp_store = MEMORY; "
-    "PRAGMA mmap_size = 0; PRAGMA trusted_schema = OFF; PRAGMA cell_size_check = ON;";
+    "PRAGMA mmap_size = 0; PRAGMA cell_size_check = ON;";
+
+// What the file, which someone else may have written, may do. The library
+// uses no trigger or view of its own (its cascades are foreign keys), so
+// those the file holds are never run; no SQL, the file's own schema included,
+// may switch the safeguards against a corrupt file off; and should a trigger
+// or view be run after all, it calls no function that is not innocuous.
+struct DbConfig {
+  int op;
+  const char* name;
+  int value;
+};
+constexpr DbConfig kDbConfigs[] = {
+    {SQLITE_DBCONFIG_ENABLE_TRIGGER, "SQLITE_DBCONFIG_ENABLE_TRIGGER", 0},
+    {SQLITE_DBCONFIG_ENABLE_VIEW, "SQLITE_DBCONFIG_ENABLE_VIEW", 0},
+    {SQLITE_DBCONFIG_DEFENSIVE, "SQLITE_DBCONFIG_DEFENSIVE", 1},
+    {SQLITE_DBCONFIG_TRUSTED_SCHEMA, "SQLITE_DBCONFIG_TRUSTED_SCHEMA", 0},
+};
 
 }  // namespace
 
@@ -63,14 +79,13 @@ int CDatabase::OpenAndPrepare(const char* path) {
     LogError("[database]Open sqlite3 file[%s] failed:%s", utf8.c_str(), sqlite3_errstr(rc));
     return -1;
   }
-  // The file may come from someone else: no SQL of the library's, nor any in
-  // the file's schema, may switch off the safeguards against a corrupt file.
-  rc = sqlite3_db_config(m_db, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-  if (rc != SQLITE_OK) {
-    LogError("[database]%s sqlite3_db_config with op[%s] failed:%s",
-             "database_interface::CDatabase::Init", "SQLITE_DBCONFIG_DEFENSIVE",
-             sqlite3_errstr(rc));
-    return -1;
+  for (const DbConfig& config : kDbConfigs) {
+    rc = sqlite3_db_config(m_db, config.op, config.value, nullptr);
+    if (rc != SQLITE_OK) {
+      LogError("[database]%s sqlite3_db_config with op[%s] failed:%s",
+               "database_interface::CDatabase::Init", config.name, sqlite3_errstr(rc));
+      return -1;
+    }
   }
   // Foreign keys are on before any table is created or written, so the
   // cascades from start_recode hold for every row.

@@ -293,7 +293,7 @@ TEST_P(FaultTest, EveryFailedCallLogsItsLineAndTheFileKeepsWhatWorked) {
         "= ON;] failed:out of memory",
         "[database]database_interface::CDatabase::Init sqlite3_exec with sql[PRAGMA journal_mode "
         "= TRUNCATE; PRAGMA synchronous = FULL; PRAGMA temp_store = MEMORY; PRAGMA mmap_size = 0; "
-        "PRAGMA trusted_schema = OFF; PRAGMA cell_size_check = ON;] failed:" +
+        "PRAGMA cell_size_check = ON;] failed:" +
             error,
         "[database]CreateTable failed",
         "[database]InitStmt failed",
