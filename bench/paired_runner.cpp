@@ -138,7 +138,9 @@ Section SingleThread(const std::string& section, const Options& options, const I
   const bool memory = plan.medium == Medium::kMemory;
   std::vector<Variant> contenders = kAll;
   if (!memory) contenders.pop_back();  // on a file the null pair would only show the disk
-  Section out{memory ? "on \":memory:\"" : "on a file (default journal mode)", {}};
+  Section out{memory ? "on \":memory:\""
+                     : "on a file (the library's settings: TRUNCATE journal, synchronous FULL)",
+              {}};
   for (const Workload& w : Workloads()) {
     if (!w.in_table || !options.Wants(w)) continue;
     Progress(std::string(Name(plan.medium)) + ": " + w.name);

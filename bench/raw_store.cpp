@@ -146,6 +146,7 @@ class RawStore final : public PartialStore {
       return -1;
     }
     MustExec(m_db, "PRAGMA foreign_keys = ON;");
+    MustExec(m_db, kConnectionSettingsSql);
     CopyDatabase(image, m_db);
     for (size_t i = 0; i < kStmtCount; ++i) {
       Slot& slot = m_slots[i];

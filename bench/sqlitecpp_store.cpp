@@ -25,6 +25,7 @@ class SqliteCppStore final : public PartialStore {
     try {
       m_db = std::make_unique<SQLite::Database>(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
       m_db->exec("PRAGMA foreign_keys = ON;");
+      m_db->exec(kConnectionSettingsSql);
       CopyDatabase(image, m_db->getHandle());
       for (size_t i = 0; i < kStmtCount; ++i) {
         m_stmts[i] = std::make_unique<SQLite::Statement>(*m_db, kStmtSqls[i]);

@@ -59,7 +59,7 @@ struct OpenStore {
 };
 
 // Opens a fresh store: on ":memory:", or on a new file in the process's
-// scratch directory (SQLite's default journal mode, nothing tuned). Aborts
+// scratch directory (every variant with the library's connection settings). Aborts
 // the benchmark on failure.
 std::unique_ptr<OpenStore> Open(Variant variant, Medium medium);
 

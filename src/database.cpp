@@ -11,24 +11,6 @@ namespace {
 constexpr int kOpenFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
 constexpr const char* kForeignKeysSql = "PRAGMA foreign_keys = ON;";
 
-// How every connection keeps the file, set before its first table is read:
-// - A commit ends by truncating the journal and syncing that, so a power cut
-//   right after a call returns cannot bring the journal back to roll the call
-//   back. Deleting the journal instead (SQLite's default) is durable only
-//   once the directory is synced, which SQLite's unix VFS does only with
-//   synchronous=EXTRA and its win32 VFS never does. synchronous is stated
-//   because a system SQLite may be built with another default.
-// - Temporary tables, indices and statement journals stay in memory: no
-//   secret is ever written to a temporary file.
-// - The file is read, never mapped: a file changed under the process cannot
-//   fault it with SIGBUS.
-// - Each page's cells are checked as the page is read, so a damaged file fails
-//   a call rather than being misread. Measured with callgrind: at most 0.3%
-//   more instructions per call (UpdataInstanceSessionId), nothing on the rest.
-constexpr const char* kSettingsSql =
-    "PRAGMA journal_mode = TRUNCATE; PRAGMA synchronous = FULL; PRAGMA temp_store = MEMORY; "
-    "PRAGMA mmap_size = 0; PRAGMA cell_size_check = ON;";
-
 // What the file, which someone else may have written, may do. The library
 // uses no trigger or view of its own (its cascades are foreign keys), so
 // those the file holds are never run; no SQL, the file's own schema included,
@@ -90,7 +72,7 @@ int CDatabase::OpenAndPrepare(const char* path) {
   // Foreign keys are on before any table is created or written, so the
   // cascades from start_recode hold for every row.
   if (ExecSql("database_interface::CDatabase::Init", kForeignKeysSql) != 0) return -1;
-  if (ExecSql("database_interface::CDatabase::Init", kSettingsSql) != 0) return -1;
+  if (ExecSql("database_interface::CDatabase::Init", kConnectionSettingsSql) != 0) return -1;
   if (CreateTable() != 0) {
     LogError("[database]CreateTable failed");
     return -1;

@@ -40,6 +40,10 @@ enum class StatementId : int {
 };
 constexpr size_t kStmtCount = 18;
 
+// The settings every connection runs before it reads a table (in
+// statements.cpp, with the reason for each).
+extern const char* const kConnectionSettingsSql;
+
 // SQL texts, in id order. The same text is prepared and quoted in log lines.
 extern const char* const kDbVersionSqls[kDbVersionStmtCount];
 extern const char* const kStmtSqls[kStmtCount];
