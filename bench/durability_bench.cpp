@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -28,27 +29,33 @@ using database_interface::IDatabaseInterface;
 using database_interface::kStmtSqls;
 using database_interface::StatementId;
 
+constexpr int64_t kExpiry = 4102444800000;  // 2100-01-01, in milliseconds
+
 struct Counts {
-  long file_syncs = 0;
+  long journal_syncs = 0;
+  long db_syncs = 0;
   long dir_syncs = 0;
 } g_counts;
 
 sqlite3_vfs* g_real = nullptr;
 sqlite3_vfs g_counting;
 sqlite3_syscall_ptr g_open_directory = nullptr;
-// The unix VFS gives the database one table of methods and its journal
-// another (no locks): each gets a copy with xSync counted. A copy's xSync
-// finds the real one through the file, which keeps pointing at the copy.
+// Each kind of file (database, journal) and each table of methods the real
+// VFS gives it (the unix VFS gives a journal one without locks) gets a copy
+// with xSync counted. A copy's xSync finds the real one through the file,
+// which keeps pointing at the copy.
 struct CountedMethods {
   const sqlite3_io_methods* real = nullptr;
+  bool journal = false;
   sqlite3_io_methods counted{};
 };
-std::vector<CountedMethods> g_methods(4);
+std::vector<CountedMethods> g_methods(8);
 
 int CountedSync(sqlite3_file* file, int flags) {
-  ++g_counts.file_syncs;
   for (const CountedMethods& m : g_methods) {
-    if (&m.counted == file->pMethods) return m.real->xSync(file, flags);
+    if (&m.counted != file->pMethods) continue;
+    ++(m.journal ? g_counts.journal_syncs : g_counts.db_syncs);
+    return m.real->xSync(file, flags);
   }
   return SQLITE_IOERR_FSYNC;
 }
@@ -62,13 +69,13 @@ int CountedOpenDirectory(const char* path, int* fd) {
 int CountingOpen(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* out) {
   const int rc = g_real->xOpen(g_real, name, file, flags, out);
   if (file->pMethods == nullptr) return rc;
+  const bool journal = (flags & SQLITE_OPEN_MAIN_JOURNAL) != 0;
   for (CountedMethods& m : g_methods) {
     if (m.real == nullptr) {
-      m.real = file->pMethods;
-      m.counted = *m.real;
+      m = {file->pMethods, journal, *file->pMethods};
       m.counted.xSync = CountedSync;
     }
-    if (m.real == file->pMethods) {
+    if (m.real == file->pMethods && m.journal == journal) {
       file->pMethods = &m.counted;
       return rc;
     }
@@ -89,31 +96,45 @@ void InstallCountingVfs() {
 
 struct Row {
   std::string settings;
-  double file_syncs, dir_syncs, median_ms, p25_ms, p75_ms;
+  double journal_syncs, db_syncs, dir_syncs, median_ms, p25_ms, p75_ms, read_us;
 };
 
-// Times `writes` calls of `write`, each one committed write.
-template <typename Write>
-Row Measure(const std::string& settings, int writes, Write write) {
-  std::vector<double> ms;
-  const Counts before = g_counts;
-  for (int i = 0; i < writes; ++i) {
+// Runs `call` `times` times, each timed; exits on the first failure.
+template <typename Call>
+std::vector<double> Timed(const std::string& what, int times, Call call) {
+  std::vector<double> us;
+  for (int i = 0; i < times; ++i) {
     const auto start = std::chrono::steady_clock::now();
-    if (!write(i)) {
-      std::fprintf(stderr, "%s: write %d failed\n", settings.c_str(), i);
+    if (!call(i)) {
+      std::fprintf(stderr, "%s: call %d failed\n", what.c_str(), i);
       std::exit(1);
     }
-    ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+    us.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start)
                      .count());
   }
-  std::sort(ms.begin(), ms.end());
-  const auto at = [&](size_t percent) { return ms[percent * (ms.size() - 1) / 100]; };
+  std::sort(us.begin(), us.end());
+  return us;
+}
+
+// `writes` calls of `write`, each one committed write, then as many of
+// `read`, each a read transaction of its own: in a rollback-journal file each
+// one first looks for a hot journal, which costs more where a journal stays.
+template <typename Write, typename Read>
+Row Measure(const std::string& settings, int writes, Write write, Read read) {
+  const Counts before = g_counts;
+  const std::vector<double> us = Timed(settings, writes, write);
+  const auto per_write = [&](long Counts::*count) {
+    return static_cast<double>(g_counts.*count - before.*count) / writes;
+  };
+  const auto ms = [&](size_t percent) { return us[percent * (us.size() - 1) / 100] / 1000; };
   return {settings,
-          static_cast<double>(g_counts.file_syncs - before.file_syncs) / writes,
-          static_cast<double>(g_counts.dir_syncs - before.dir_syncs) / writes,
-          at(50),
-          at(25),
-          at(75)};
+          per_write(&Counts::journal_syncs),
+          per_write(&Counts::db_syncs),
+          per_write(&Counts::dir_syncs),
+          ms(50),
+          ms(25),
+          ms(75),
+          Timed(settings, writes, read)[static_cast<size_t>(writes / 2)]};
 }
 
 // A store the library made, written by SQLite directly with the library's
@@ -129,17 +150,23 @@ Row MeasureSettings(const std::string& path, const char* journal_mode, const cha
                               "; PRAGMA synchronous = " + synchronous + ";";
   sqlite3_exec(db, pragmas.c_str(), nullptr, nullptr, nullptr);
   sqlite3_stmt* insert = nullptr;
+  sqlite3_stmt* select = nullptr;
   sqlite3_prepare_v2(db, kStmtSqls[Index(StatementId::InsertSessionCache)], -1, &insert, nullptr);
-  const Row row = Measure(std::string(journal_mode) + ", " + synchronous, writes, [&](int i) {
-    const std::string key = "key" + std::to_string(i);
-    sqlite3_bind_text(insert, 1, key.c_str(), -1, SQLITE_STATIC);
-    sqlite3_bind_text(insert, 2, "value", -1, SQLITE_STATIC);
-    sqlite3_bind_int64(insert, 3, 4102444800000);
-    const int rc = sqlite3_step(insert);
-    sqlite3_reset(insert);
-    return rc == SQLITE_DONE;
-  });
+  sqlite3_prepare_v2(db, kStmtSqls[Index(StatementId::SelectSessionCache)], -1, &select, nullptr);
+  const auto run = [](sqlite3_stmt* stmt, const std::string& key, int want) {
+    sqlite3_bind_text(stmt, 1, key.c_str(), -1, SQLITE_STATIC);
+    if (sqlite3_bind_parameter_count(stmt) == 3) sqlite3_bind_text(stmt, 2, "value", -1, nullptr);
+    sqlite3_bind_int64(stmt, sqlite3_bind_parameter_count(stmt), want == SQLITE_DONE ? kExpiry : 0);
+    const int rc = sqlite3_step(stmt);
+    sqlite3_reset(stmt);
+    return rc == want;
+  };
+  const Row row = Measure(
+      std::string(journal_mode) + ", " + synchronous, writes,
+      [&](int i) { return run(insert, "key" + std::to_string(i), SQLITE_DONE); },
+      [&](int i) { return run(select, "key" + std::to_string(i), SQLITE_ROW); });
   sqlite3_finalize(insert);
+  sqlite3_finalize(select);
   sqlite3_close(db);
   return row;
 }
@@ -166,10 +193,15 @@ int main(int argc, char** argv) {
   if (DATABASE_INTERFACE_BENCH_SHARED_SQLITE) {
     const auto db = IDatabaseInterface::CreateDatabaseInterface();
     if (db->Init(next().c_str()) != 0) return 1;
-    rows.push_back(Measure("the library (TRUNCATE, FULL)", writes, [&](int i) {
-      return db->InsertSessionCache(("key" + std::to_string(i)).c_str(), "value", 4102444800000) ==
-             0;
-    }));
+    std::string value;
+    rows.push_back(Measure(
+        "the library (TRUNCATE, FULL)", writes,
+        [&](int i) {
+          return db->InsertSessionCache(("key" + std::to_string(i)).c_str(), "value", kExpiry) == 0;
+        },
+        [&](int i) {
+          return db->SelectSessionCache(("key" + std::to_string(i)).c_str(), 0, value) == 1;
+        }));
     db->Uninit();
   }
   fs::remove_all(dir);
@@ -177,11 +209,13 @@ int main(int argc, char** argv) {
   std::printf("%d committed InsertSessionCache writes each, in %s, SQLite %s\n\n", writes,
               fs::absolute(dir).parent_path().c_str(), sqlite3_libversion());
   std::printf(
-      "| journal_mode, synchronous | file syncs | directory syncs | ms per write (IQR) |\n");
-  std::printf("|---|--:|--:|--:|\n");
+      "| journal_mode, synchronous | journal syncs | database syncs | directory syncs | "
+      "ms per write (IQR) | µs per read |\n");
+  std::printf("|---|--:|--:|--:|--:|--:|\n");
   for (const Row& r : rows) {
-    std::printf("| %s | %.2f | %.2f | %.2f (%.2f–%.2f) |\n", r.settings.c_str(), r.file_syncs,
-                r.dir_syncs, r.median_ms, r.p25_ms, r.p75_ms);
+    std::printf("| %s | %.2f | %.2f | %.2f | %.2f (%.2f–%.2f) | %.1f |\n", r.settings.c_str(),
+                r.journal_syncs, r.db_syncs, r.dir_syncs, r.median_ms, r.p25_ms, r.p75_ms,
+                r.read_us);
   }
   if (!DATABASE_INTERFACE_BENCH_SHARED_SQLITE) {
     std::printf(

@@ -23,13 +23,12 @@ using database_interface::CoreRecode;
 using database_interface::IDatabaseInterface;
 using database_interface::InstanceInfo;
 
-#define CHECK(condition)                                                                 \
-  do {                                                                                   \
-    if (!(condition)) {                                                                  \
-      std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                      \
-    }                                                                                    \
-  } while (0)
+void Check(bool ok, const char* condition, int line) {
+  if (ok) return;
+  std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, line, condition);
+  std::abort();
+}
+#define CHECK(condition) Check((condition), #condition, __LINE__)
 
 const std::string kRefused[] = {
     "[database]database_interface::CDatabase::InsertCoreRecode sqlite3_step with sql[INSERT INTO "

@@ -36,9 +36,6 @@ void SetEnv(const char* name, const char* value);
 // empty when it has no form in that encoding.
 std::string NarrowPath(const std::string& utf8);
 
-// As root, becomes "nobody"; true when file permissions then bind the process.
-bool GiveUpRoot();
-
 // A new process (never a copy of this one) running this program with
 // "--gtest_filter=<test> --gtest_also_run_disabled_tests"; killed at the end.
 class Child {

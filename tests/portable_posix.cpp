@@ -19,8 +19,6 @@ void SetEnv(const char* name, const char* value) {
   if (value != nullptr ? setenv(name, value, 1) : unsetenv(name)) std::abort();
 }
 
-bool GiveUpRoot() { return geteuid() != 0 || (setgid(65534) == 0 && setuid(65534) == 0); }
-
 Child::Child(const std::string& test) {
   char self[PATH_MAX] = {};
   std::string filter = "--gtest_filter=" + test, disabled = "--gtest_also_run_disabled_tests";

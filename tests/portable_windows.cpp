@@ -26,8 +26,6 @@ std::string NarrowPath(const std::string& utf8) {
   return defaulted ? std::string() : narrow;
 }
 
-bool GiveUpRoot() { return true; }  // no Windows user passes the read-only attribute
-
 Child::Child(const std::string& test) {
   wchar_t self[MAX_PATH + 1] = {};
   if (GetModuleFileNameW(nullptr, self, MAX_PATH + 1) == 0) std::abort();

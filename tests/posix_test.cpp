@@ -1,6 +1,7 @@
 // What only POSIX systems have: paths that are bytes, used as they are when they
 // are UTF-8, and file permissions that stop every user but root.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -53,6 +54,9 @@ TEST_F(PosixTest, FilesAreTheirUsersAloneUnderTheUsualUmask) {
   SetEnv("XDG_STATE_HOME", nullptr);
   ::umask(umask);
 }
+
+// As root, becomes "nobody"; true when file permissions then bind the process.
+bool GiveUpRoot() { return geteuid() != 0 || (setgid(65534) == 0 && setuid(65534) == 0); }
 
 // Root ignores permissions: the scenario runs in a child that gives root up.
 TEST_F(PosixTest, ReadOnlyFileOpensForReadingAndAWriteFailsWithItsLine) {
