@@ -64,7 +64,8 @@
 // Processes. Several processes may use one store. There is no busy wait: a
 // call that meets another process's lock returns -1 at once with its line
 // ending "failed:database is locked", and may be tried again. A process killed
-// mid-write leaves its journal; the next process to read rolls it back.
+// mid-write leaves its journal; the next process to read rolls it back. An
+// `Init` that meets a lock fails like any other call.
 //
 // Exceptions. The library throws nothing of its own. What the standard
 // library raises passes through: std::bad_alloc, std::system_error from a
