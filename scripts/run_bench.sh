@@ -16,7 +16,8 @@
 # The Google Benchmark program, build-bench/bench/database_interface_bench,
 # runs every workload, variant and medium on its own. Last come the syncs and
 # the time per committed write on a real file, per journal mode
-# (database_interface_durability_bench, in each build directory).
+# (database_interface_durability_bench, in each build directory;
+# scripts/run_durability_bench.sh runs it alone).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -23,9 +23,7 @@ TEST_F(BadInputTest, DamagedFileFailsInitWithItsLinesAndIsLeftAsItWas) {
   EXPECT_EQ(-1, InitOn(path));
   EXPECT_EQ(Lines{"[database]database_interface::CDatabase::Init sqlite3_exec with sql[PRAGMA "
                   "journal_mode = TRUNCATE; PRAGMA synchronous = FULL; PRAGMA temp_store = "
-                  "MEMORY; PRAGMA mmap_size = 0; PRAGMA "
-                  "cell_size_check = ON;] failed:file is not "
-                  "a database"},
+                  "MEMORY; PRAGMA mmap_size = 0;] failed:file is not a database"},
             Take());
   EXPECT_TRUE(before == Bytes(path));
 }

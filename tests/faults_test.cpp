@@ -288,8 +288,8 @@ TEST_P(FaultTest, EveryFailedCallLogsItsLineAndTheFileKeepsWhatWorked) {
         "[database]database_interface::CDatabase::Init sqlite3_exec with sql[PRAGMA foreign_keys "
         "= ON;] failed:out of memory",
         "[database]database_interface::CDatabase::Init sqlite3_exec with sql[PRAGMA journal_mode "
-        "= TRUNCATE; PRAGMA synchronous = FULL; PRAGMA temp_store = MEMORY; PRAGMA mmap_size = 0; "
-        "PRAGMA cell_size_check = ON;] failed:" +
+        "= TRUNCATE; PRAGMA synchronous = FULL; PRAGMA temp_store = MEMORY; PRAGMA mmap_size = 0;] "
+        "failed:" +
             error,
         "[database]CreateTable failed",
         "[database]InitStmt failed",

@@ -58,8 +58,8 @@
 // access list of its directory (under %LOCALAPPDATA%, its user's). A file that
 // exists keeps the mode its owner gave it. A file planted by someone else is
 // opened with SQLite's defences on: its triggers and views are never run, its
-// schema cannot switch the defences off, each page is checked as it is read,
-// no temporary file is written, and the file is never memory-mapped.
+// schema cannot switch the defences off, no temporary file is written, and
+// the file is never memory-mapped.
 //
 // Processes. Several processes may use one store. There is no busy wait: a
 // call that meets another process's lock returns -1 at once with its line
