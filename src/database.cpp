@@ -53,11 +53,12 @@ int CDatabase::OpenAndPrepare(const char* path) {
     LogError("[database]Convert sqlite3 file path[%s] failed", path);
     return -1;
   }
-  CreatePrivateFile(utf8);
+  const bool created = CreatePrivateFile(utf8);
   // SQLite hands back a handle even when the open fails (unless it runs out
   // of memory); the failure path closes it.
   int rc = sqlite3_open_v2(utf8.c_str(), &m_db, kOpenFlags, nullptr);
   if (rc != SQLITE_OK) {
+    if (created) RemovePrivateFile(utf8);
     LogError("[database]Open sqlite3 file[%s] failed:%s", utf8.c_str(), sqlite3_errstr(rc));
     return -1;
   }
@@ -72,11 +73,20 @@ int CDatabase::OpenAndPrepare(const char* path) {
   // Foreign keys are on before any table is created or written, so the
   // cascades from start_recode hold for every row.
   if (ExecSql("database_interface::CDatabase::Init", kForeignKeysSql) != 0) return -1;
-  if (ExecSql("database_interface::CDatabase::Init", kConnectionSettingsSql) != 0) return -1;
   if (CreateTable() != 0) {
     LogError("[database]CreateTable failed");
     return -1;
   }
+  // The settings come only now. journal_mode and synchronous read the schema
+  // first, so run earlier they would be the first statement to meet a file
+  // that is no database or is locked, and fail Init with their own line
+  // instead of CreateTable's. Here the schema is already read and they touch
+  // nothing of the file. Durability loses nothing by the wait: CreateTable's
+  // commits run under SQLite's defaults, a power cut can at worst roll one of
+  // them back, every CREATE text is idempotent and runs again at the next
+  // Init, and no call has been acknowledged yet. Every commit from the
+  // version row on runs under the settings.
+  if (ExecSql("database_interface::CDatabase::Init", kConnectionSettingsSql) != 0) return -1;
   if (InitStmt(m_dbVersionStmts.data(), kDbVersionSqls, kDbVersionStmtCount) != 0) {
     LogError("[database]InitStmt failed");
     return -1;

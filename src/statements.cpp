@@ -4,7 +4,7 @@
 
 namespace database_interface {
 
-// How every connection keeps the file, set before its first table is read:
+// How every connection keeps the file, set once its tables exist:
 // - A commit ends by truncating the journal and syncing that, so a power cut
 //   right after a call returns cannot bring the journal back to roll the call
 //   back. Deleting the journal instead (SQLite's default) is durable only

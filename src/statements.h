@@ -40,7 +40,7 @@ enum class StatementId : int {
 };
 constexpr size_t kStmtCount = 18;
 
-// The settings every connection runs before it reads a table (in
+// The settings every connection runs once its tables exist (in
 // statements.cpp, with the reason for each).
 extern const char* const kConnectionSettingsSql;
 

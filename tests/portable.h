@@ -36,6 +36,9 @@ void SetEnv(const char* name, const char* value);
 // empty when it has no form in that encoding.
 std::string NarrowPath(const std::string& utf8);
 
+// Whether this process holds the file `utf8`, or its journal, open.
+bool HeldOpen(const std::string& utf8);
+
 // A new process (never a copy of this one) running this program with
 // "--gtest_filter=<test> --gtest_also_run_disabled_tests"; killed at the end.
 class Child {

@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <filesystem>
 
 #include "portable.h"
 
@@ -14,6 +15,17 @@ extern char** environ;
 namespace database_interface::test {
 
 std::string NarrowPath(const std::string& utf8) { return utf8; }  // paths are bytes
+
+bool HeldOpen(const std::string& utf8) {
+  namespace fs = std::filesystem;
+  const fs::path file = fs::weakly_canonical(utf8);
+  for (const auto& fd : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code ec;  // the iterator's own descriptor is gone by now
+    const fs::path target = fs::read_symlink(fd.path(), ec);
+    if (target == file || target == file.string() + "-journal") return true;
+  }
+  return false;
+}
 
 void SetEnv(const char* name, const char* value) {
   if (value != nullptr ? setenv(name, value, 1) : unsetenv(name)) std::abort();

@@ -2,6 +2,7 @@
 #include <windows.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "portable.h"
 
@@ -24,6 +25,17 @@ std::string NarrowPath(const std::string& utf8) {
       WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), static_cast<int>(wide.size()),
                           narrow.data(), static_cast<int>(narrow.size()), nullptr, &defaulted)));
   return defaulted ? std::string() : narrow;
+}
+
+// A file some handle holds cannot be opened to share nothing.
+bool HeldOpen(const std::string& utf8) {
+  for (const std::string& name : {utf8, utf8 + "-journal"}) {
+    const HANDLE file = CreateFileW(std::filesystem::u8path(name).c_str(), GENERIC_READ, 0,
+                                    nullptr, OPEN_EXISTING, 0, nullptr);
+    if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+    if (file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_SHARING_VIOLATION) return true;
+  }
+  return false;
 }
 
 Child::Child(const std::string& test) {

@@ -124,6 +124,7 @@ void StoreTest::SetUp() { ASSERT_EQ(0, m_db->Init(m_path.c_str())); }
 
 void StoreTest::TearDown() {
   m_db->Uninit();
+  EXPECT_FALSE(HeldOpen(m_path)) << "closed, yet the store is held open";
   EXPECT_EQ(Lines{}, Take());
   m_log->Uninstall();
 }
