@@ -21,8 +21,7 @@ bool CreatePrivateFile(const std::string& utf8_path) {
 
 void RemovePrivateFile(const std::string& utf8_path) {
   struct stat status {};
-  if (::lstat(utf8_path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-      status.st_size == 0) {
+  if (::lstat(utf8_path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0) {
     ::unlink(utf8_path.c_str());
   }
 }

@@ -30,8 +30,8 @@ std::string NarrowPath(const std::string& utf8) {
 // A file some handle holds cannot be opened to share nothing.
 bool HeldOpen(const std::string& utf8) {
   for (const std::string& name : {utf8, utf8 + "-journal"}) {
-    const HANDLE file = CreateFileW(std::filesystem::u8path(name).c_str(), GENERIC_READ, 0,
-                                    nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE file = CreateFileW(std::filesystem::u8path(name).c_str(), GENERIC_READ, 0, nullptr,
+                                    OPEN_EXISTING, 0, nullptr);
     if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
     if (file == INVALID_HANDLE_VALUE && GetLastError() == ERROR_SHARING_VIOLATION) return true;
   }
