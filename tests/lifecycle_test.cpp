@@ -54,6 +54,20 @@ TEST_F(LifecycleTest, FailedInitLogsItsLineAndLeavesTheObjectReusable) {
   }
 }
 
+// ":memory:" is SQLite's name for a store in memory: no file of that name is
+// made in the current directory.
+TEST_F(LifecycleTest, InMemoryStoreWorksAndLeavesNoFileBehind) {
+  const std::filesystem::path cwd = std::filesystem::current_path();
+  std::filesystem::current_path(m_dir.path);
+  ASSERT_EQ(0, InitOn(":memory:"));
+  Ops ops(*m_db, "m");
+  for (const Ops::Op& op : ops.ops) EXPECT_EQ(op.result, op.call()) << op.name;
+  m_db->Uninit();
+  std::filesystem::current_path(cwd);
+  EXPECT_TRUE(ops.ReadBack());
+  EXPECT_FALSE(std::filesystem::exists(m_dir.File(":memory:")));
+}
+
 // A path is given in the platform's encoding of a `char*` path and names the
 // file exactly; the file has the defaults that the system's SQLite gave.
 TEST_F(LifecycleTest, PathNamesTheFileWhichHasTheSystemSqlitesDefaults) {

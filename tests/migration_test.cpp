@@ -1,5 +1,8 @@
 // The version check run by Init, on files holding each kind of stored
 // version, and foreign tables that make the schema or a statement fail.
+#include <sqlite3.h>
+
+#include <fstream>
 #include <stdexcept>
 #include <tuple>
 
@@ -94,64 +97,125 @@ TEST_F(MigrationTest, UnreadableVersionFailsEveryInitAndChangesNothing) {
   }
 }
 
-TEST_F(MigrationTest, ForeignTablesFailInitOrACallWithTheirChainOfLines) {
+// Files that reach each failing step of Init: the exact chain it writes, and no
+// descriptor of the file left behind. Then SelectSessionCache("k", 0, value)
+// and its lines; an open store then takes a session entry.
+TEST_F(MigrationTest, EachFailingStepOfInitWritesItsChainAndForeignTablesTheirLines) {
   const std::string newer =
       "; CREATE TABLE db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version VARCHAR(64) NOT "
       "NULL); INSERT INTO db_version(version) VALUES('1.24.1')";
-  // Init, then SelectSessionCache("k", 0, value): the lines of both. An open
-  // store then takes a session entry.
-  const std::tuple<std::string, bool, Lines> cases[] = {
-      {"CREATE TABLE db_version(a)",
+  const std::string checked =
+      "CREATE TABLE db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version VARCHAR(64) NOT "
+      "NULL CHECK (version <> '1.24.0'))";
+  const std::string select_version = "sql[SELECT id, version from db_version LIMIT 1] failed:";
+  const auto prepare = [](const std::string& sql) {
+    return Lines{"[database]prepare sql[" + sql + "] failed:SQL logic error",
+                 "[database]InitStmt failed"};
+  };
+  enum Setup { kSql, kLocked, kDamagedVersionPage };
+  // How the file is made, its SQL, whether Init opens it, and every line.
+  const std::tuple<Setup, std::string, bool, Lines> cases[] = {
+      {kLocked,
+       "",
        false,
-       {"[database]prepare sql[SELECT id, version from db_version LIMIT 1] failed:SQL logic error",
-        "[database]InitStmt failed"}},
-      {"CREATE TABLE db_version(id INTEGER PRIMARY KEY, version); INSERT INTO db_version "
-       "VALUES(1, NULL)",
-       false,
-       {"[database]database_interface::CDatabase::SelectDbVersion sqlite3_column_text with "
-        "sql[SELECT id, version from db_version LIMIT 1] failed:datatype mismatch",
-        "[database]SelectDbVersion failed", "[database]CheckAndUpdateDb failed"}},
-      // Record statements are compiled after the migration has replaced the table.
-      {"CREATE TABLE session_cache(a)" + newer, true, {}},
-      // CREATE TABLE IF NOT EXISTS keeps a table of another shape, NULLs and all.
-      {"CREATE TABLE session_cache(id INTEGER PRIMARY KEY, session_key UNIQUE, session_value, "
-       "expire_time); INSERT INTO session_cache VALUES(1, 'k', NULL, 9)",
-       true,
-       {"[database]database_interface::CDatabase::SelectSessionCache sqlite3_column_text with "
-        "sql[SELECT session_value FROM session_cache WHERE session_key = :session_key AND "
-        "expire_time > :expire_time;] failed:datatype mismatch"}},
-      {"CREATE TABLE t(x); CREATE INDEX session_cache ON t(x)",
+       {"[database]database_interface::CDatabase::CreateTable sqlite3_exec with sql[CREATE TABLE "
+        "IF NOT EXISTS db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version VARCHAR(64) NOT "
+        "NULL)] failed:database is locked",
+        "[database]CreateTable failed"}},
+      {kSql,
+       "CREATE TABLE t(x); CREATE INDEX session_cache ON t(x)",
        false,
        {"[database]database_interface::CDatabase::CreateTable sqlite3_exec with sql[CREATE "
         "TABLE IF NOT EXISTS session_cache(id INTEGER PRIMARY KEY AUTOINCREMENT, session_key "
         "VARCHAR(256) NOT NULL UNIQUE, session_value VARCHAR(1024) NOT NULL, expire_time BIGINT "
         "NOT NULL);] failed:SQL logic error",
         "[database]CreateTable failed"}},
-      // Planted objects: a view where a table belongs (a table of another shape
-      // fails the same way), and a trigger that would load code into the
-      // process, which is never run.
-      {"CREATE VIEW session_cache AS SELECT 1 AS session_value",
+      // A view, or a table of another shape, where one of the library's belongs
+      // fails the first statement on it.
+      {kSql, "CREATE TABLE db_version(a)", false,
+       prepare("SELECT id, version from db_version LIMIT 1")},
+      {kSql, "CREATE VIEW db_version AS SELECT 1 AS id, '1.24.0' AS version", false,
+       prepare("SELECT id, version from db_version LIMIT 1")},
+      {kSql,
+       "CREATE VIEW message_collect_key AS SELECT 'a' AS message_access_key, 'b' AS "
+       "message_access_secret_key",
        false,
-       {"[database]prepare sql[DELETE FROM session_cache WHERE expire_time < :expire_time] "
-        "failed:SQL logic error",
-        "[database]InitStmt failed"}},
-      {"CREATE TABLE session_cache(id INTEGER PRIMARY KEY, session_key UNIQUE, session_value, "
-       "expire_time); CREATE TRIGGER planted AFTER INSERT ON session_cache BEGIN SELECT "
-       "load_extension('planted'); END",
-       true,
-       {}},
-      {"CREATE VIEW core_recode AS SELECT 1" + newer,
+       prepare("SELECT message_access_key, message_access_secret_key FROM message_collect_key "
+               "LIMIT 1")},
+      {kSql, "CREATE VIEW session_cache AS SELECT 1 AS session_value", false,
+       prepare("DELETE FROM session_cache WHERE expire_time < :expire_time")},
+      {kDamagedVersionPage,
+       "",
+       false,
+       {"[database]database_interface::CDatabase::SelectDbVersion sqlite3_step with " +
+            select_version + "database disk image is malformed",
+        "[database]SelectDbVersion failed", "[database]CheckAndUpdateDb failed"}},
+      {kSql,
+       "CREATE TABLE db_version(id INTEGER PRIMARY KEY, version); INSERT INTO db_version "
+       "VALUES(1, NULL)",
+       false,
+       {"[database]database_interface::CDatabase::SelectDbVersion sqlite3_column_text with " +
+            select_version + "datatype mismatch",
+        "[database]SelectDbVersion failed", "[database]CheckAndUpdateDb failed"}},
+      {kSql,
+       checked,
+       false,
+       {"[database]database_interface::CDatabase::InsertDbVersion sqlite3_step with sql[INSERT "
+        "INTO db_version (version) VALUES (:version)] failed:constraint failed",
+        "[database]InsertDbVersion failed", "[database]CheckAndUpdateDb failed"}},
+      {kSql,
+       checked + "; INSERT INTO db_version(version) VALUES('1.11.9')",
+       false,
+       {"[database]database_interface::CDatabase::UpdateDbVersion sqlite3_step with sql[UPDATE "
+        "db_version SET version = :version WHERE id = :id] failed:constraint failed",
+        "[database]UpdateDbVersion failed", "[database]CheckAndUpdateDb failed"}},
+      {kSql,
+       "CREATE VIEW core_recode AS SELECT 1" + newer,
        false,
        {"[database]database_interface::CDatabase::ReCreateTable sqlite3_exec with sql[DROP "
         "TABLE IF EXISTS core_recode;DROP TABLE IF EXISTS instance_info;DROP TABLE IF EXISTS "
         "start_recode;DROP TABLE IF EXISTS session_cache;] failed:SQL logic error",
-        "[database]ReCreateTable failed", "[database]CheckAndUpdateDb failed"}}};
-  for (const auto& [setup, opens, lines] : cases) {
-    SCOPED_TRACE(setup);
-    const std::string path = m_dir.File("f" + std::to_string(m_files++));
-    Raw(path, setup);
+        "[database]ReCreateTable failed", "[database]CheckAndUpdateDb failed"}},
+      // Record statements are compiled after the migration has replaced the table.
+      {kSql, "CREATE TABLE session_cache(a)" + newer, true, {}},
+      // CREATE TABLE IF NOT EXISTS keeps a table of another shape, NULLs and all.
+      {kSql,
+       "CREATE TABLE session_cache(id INTEGER PRIMARY KEY, session_key UNIQUE, session_value, "
+       "expire_time); INSERT INTO session_cache VALUES(1, 'k', NULL, 9)",
+       true,
+       {"[database]database_interface::CDatabase::SelectSessionCache sqlite3_column_text with "
+        "sql[SELECT session_value FROM session_cache WHERE session_key = :session_key AND "
+        "expire_time > :expire_time;] failed:datatype mismatch"}},
+      // A trigger that would load code into the process is never run.
+      {kSql,
+       "CREATE TABLE session_cache(id INTEGER PRIMARY KEY, session_key UNIQUE, session_value, "
+       "expire_time); CREATE TRIGGER planted AFTER INSERT ON session_cache BEGIN SELECT "
+       "load_extension('planted'); END",
+       true,
+       {}}};
+  for (const auto& [setup, sql, opens, lines] : cases) {
+    SCOPED_TRACE(sql);
+    std::string path = m_dir.File("f" + std::to_string(m_files++));
+    if (setup == kDamagedVersionPage) {
+      path = Seeded("");
+      const int page = std::stoi(Raw(path, "PRAGMA page_size"));
+      const int root = std::stoi(Raw(path,
+                                     "SELECT rootpage FROM sqlite_master WHERE name = "
+                                     "'db_version'"));
+      std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+      file.seekp(std::streamoff{root - 1} * page) << '\xff';  // no b-tree page type
+    }
+    sqlite3* holder = nullptr;  // another connection, holding the file for its write
+    if (setup == kLocked) {
+      ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &holder));
+      Raw(holder, "BEGIN EXCLUSIVE; CREATE TABLE t(x)");
+    } else if (setup == kSql) {
+      Raw(path, sql);
+    }
     std::string value = "kept";
     EXPECT_EQ(opens ? 0 : -1, InitOn(path));
+    sqlite3_close(holder);
+    EXPECT_TRUE(opens || !HeldOpen(path)) << "a failed Init keeps the file open";
     EXPECT_EQ(opens && lines.empty() ? 0 : -1, m_db->SelectSessionCache("k", 0, value));
     EXPECT_EQ("kept", value);
     EXPECT_EQ(lines, Take());

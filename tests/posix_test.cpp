@@ -26,6 +26,23 @@ TEST_F(PosixTest, InitTakesUtf8PathsAsTheyAreAndRefusesOthersWithItsLine) {
   }
 }
 
+// A FIFO is never opened to write (that would wait for a reader) and is left
+// as it was; a path longer than SQLite takes leaves no file behind.
+TEST_F(PosixTest, UnopenablePathsFailAtOnceWithTheOpenLineAndAreLeftAsTheyWere) {
+  const std::string fifo = m_dir.File("fifo");
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  std::string longer = m_dir.path;
+  for (int i = 0; i < 3; ++i)
+    ASSERT_TRUE(fs::create_directory(longer += "/" + std::string(200, 'd')));
+  for (const std::string& path : {fifo, longer + "/store.db"}) {
+    EXPECT_EQ(-1, InitOn(path));
+    const std::string error = path == fifo ? "disk I/O error" : "unable to open database file";
+    EXPECT_EQ(Lines{"[database]Open sqlite3 file[" + path + "] failed:" + error}, Take());
+  }
+  EXPECT_TRUE(fs::is_fifo(fifo));
+  EXPECT_FALSE(fs::exists(longer + "/store.db"));
+}
+
 // Under the usual umask the store, its journal (kept, empty, between writes)
 // and base's log directories are their user's alone; a file that was there
 // keeps the mode its owner gave it, and its journal takes that mode.
@@ -53,6 +70,31 @@ TEST_F(PosixTest, FilesAreTheirUsersAloneUnderTheUsualUmask) {
   }
   SetEnv("XDG_STATE_HOME", nullptr);
   ::umask(umask);
+}
+
+// BASE_LOG_PATH set empty makes the current directory the default log
+// directory: the shared store is ./qzdata and base's log ./base.log, both
+// their user's alone under the usual umask.
+TEST_F(PosixTest, EmptyLogPathPutsTheSharedStoreAndBaseLogInTheCurrentDirectory) {
+  SetEnv("DBI_TEST_DIR", m_dir.path.c_str());
+  SetEnv("BASE_LOG_PATH", "");
+  EXPECT_EQ(kChildPassed, Child("PosixChild.DISABLED_UsesTheCurrentDirectory").Wait());
+  SetEnv("BASE_LOG_PATH", nullptr);
+  const fs::perms own = fs::perms::owner_read | fs::perms::owner_write;
+  EXPECT_EQ((std::vector{own, own}),
+            (std::vector{fs::status(m_dir.File("qzdata")).permissions(),
+                         fs::status(m_dir.File("base.log")).permissions()}));
+  EXPECT_EQ("k", Raw(m_dir.File("qzdata"), "SELECT session_key FROM session_cache"));
+}
+
+TEST(PosixChild, DISABLED_UsesTheCurrentDirectory) {
+  ChildStarted();
+  ::umask(022);
+  fs::current_path(std::getenv("DBI_TEST_DIR"));
+  base::IBaseLogInterface::GetLogInstance(nullptr)->WriteLog(60, 0, "%s", "a line");
+  const auto db = IDatabaseInterface::GetDbInstance();
+  EXPECT_EQ(0, db->InsertSessionCache("k", "v", 4102444800000));
+  db->Uninit();
 }
 
 // As root, becomes "nobody"; true when file permissions then bind the process.
