@@ -21,9 +21,7 @@ TEST_F(BadInputTest, DamagedFileFailsInitWithItsLinesAndIsLeftAsItWas) {
   std::fstream(path, std::ios::in | std::ios::out | std::ios::binary) << std::string(16, '\xff');
   const std::string before = Bytes(path);
   EXPECT_EQ(-1, InitOn(path));
-  EXPECT_EQ((Lines{"[database]database_interface::CDatabase::CreateTable sqlite3_exec with "
-                   "sql[CREATE TABLE IF NOT EXISTS db_version(id INTEGER PRIMARY KEY "
-                   "AUTOINCREMENT, version VARCHAR(64) NOT NULL)] failed:file is not a database",
+  EXPECT_EQ((Lines{ExecLine("CreateTable", kSchemaSqls[0], "file is not a database"),
                    "[database]CreateTable failed"}),
             Take());
   EXPECT_TRUE(before == Bytes(path));

@@ -107,74 +107,57 @@ TEST_F(MigrationTest, EachFailingStepOfInitWritesItsChainAndForeignTablesTheirLi
   const std::string checked =
       "CREATE TABLE db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version VARCHAR(64) NOT "
       "NULL CHECK (version <> '1.24.0'))";
-  const std::string select_version = "sql[SELECT id, version from db_version LIMIT 1] failed:";
-  const auto prepare = [](const std::string& sql) {
-    return Lines{"[database]prepare sql[" + sql + "] failed:SQL logic error",
-                 "[database]InitStmt failed"};
-  };
+  const auto prepare = [](const char* op) { return PrepareChain(op, "SQL logic error"); };
   enum Setup { kSql, kLocked, kDamagedVersionPage };
   // How the file is made, its SQL, whether Init opens it, and every line.
   const std::tuple<Setup, std::string, bool, Lines> cases[] = {
       {kLocked,
        "",
        false,
-       {"[database]database_interface::CDatabase::CreateTable sqlite3_exec with sql[CREATE TABLE "
-        "IF NOT EXISTS db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version VARCHAR(64) NOT "
-        "NULL)] failed:database is locked",
+       {ExecLine("CreateTable", kSchemaSqls[0], "database is locked"),
         "[database]CreateTable failed"}},
       {kSql,
        "CREATE TABLE t(x); CREATE INDEX session_cache ON t(x)",
        false,
-       {"[database]database_interface::CDatabase::CreateTable sqlite3_exec with sql[CREATE "
-        "TABLE IF NOT EXISTS session_cache(id INTEGER PRIMARY KEY AUTOINCREMENT, session_key "
-        "VARCHAR(256) NOT NULL UNIQUE, session_value VARCHAR(1024) NOT NULL, expire_time BIGINT "
-        "NOT NULL);] failed:SQL logic error",
+       {ExecLine("CreateTable", kSchemaSqls[5], "SQL logic error"),
         "[database]CreateTable failed"}},
       // A view, or a table of another shape, where one of the library's belongs
       // fails the first statement on it.
-      {kSql, "CREATE TABLE db_version(a)", false,
-       prepare("SELECT id, version from db_version LIMIT 1")},
+      {kSql, "CREATE TABLE db_version(a)", false, prepare("SelectDbVersion")},
       {kSql, "CREATE VIEW db_version AS SELECT 1 AS id, '1.24.0' AS version", false,
-       prepare("SELECT id, version from db_version LIMIT 1")},
+       prepare("SelectDbVersion")},
       {kSql,
        "CREATE VIEW message_collect_key AS SELECT 'a' AS message_access_key, 'b' AS "
        "message_access_secret_key",
-       false,
-       prepare("SELECT message_access_key, message_access_secret_key FROM message_collect_key "
-               "LIMIT 1")},
+       false, prepare("SelectMessageCollectKey")},
       {kSql, "CREATE VIEW session_cache AS SELECT 1 AS session_value", false,
-       prepare("DELETE FROM session_cache WHERE expire_time < :expire_time")},
+       prepare("DeleteSessionCache")},
       {kDamagedVersionPage,
        "",
        false,
-       {"[database]database_interface::CDatabase::SelectDbVersion sqlite3_step with " +
-            select_version + "database disk image is malformed",
+       {StepLine("SelectDbVersion", "database disk image is malformed"),
         "[database]SelectDbVersion failed", "[database]CheckAndUpdateDb failed"}},
       {kSql,
        "CREATE TABLE db_version(id INTEGER PRIMARY KEY, version); INSERT INTO db_version "
        "VALUES(1, NULL)",
        false,
-       {"[database]database_interface::CDatabase::SelectDbVersion sqlite3_column_text with " +
-            select_version + "datatype mismatch",
+       {"[database]database_interface::CDatabase::SelectDbVersion sqlite3_column_text with sql[" +
+            Sql("SelectDbVersion") + "] failed:datatype mismatch",
         "[database]SelectDbVersion failed", "[database]CheckAndUpdateDb failed"}},
       {kSql,
        checked,
        false,
-       {"[database]database_interface::CDatabase::InsertDbVersion sqlite3_step with sql[INSERT "
-        "INTO db_version (version) VALUES (:version)] failed:constraint failed",
-        "[database]InsertDbVersion failed", "[database]CheckAndUpdateDb failed"}},
+       {StepLine("InsertDbVersion", "constraint failed"), "[database]InsertDbVersion failed",
+        "[database]CheckAndUpdateDb failed"}},
       {kSql,
        checked + "; INSERT INTO db_version(version) VALUES('1.11.9')",
        false,
-       {"[database]database_interface::CDatabase::UpdateDbVersion sqlite3_step with sql[UPDATE "
-        "db_version SET version = :version WHERE id = :id] failed:constraint failed",
-        "[database]UpdateDbVersion failed", "[database]CheckAndUpdateDb failed"}},
+       {StepLine("UpdateDbVersion", "constraint failed"), "[database]UpdateDbVersion failed",
+        "[database]CheckAndUpdateDb failed"}},
       {kSql,
        "CREATE VIEW core_recode AS SELECT 1" + newer,
        false,
-       {"[database]database_interface::CDatabase::ReCreateTable sqlite3_exec with sql[DROP "
-        "TABLE IF EXISTS core_recode;DROP TABLE IF EXISTS instance_info;DROP TABLE IF EXISTS "
-        "start_recode;DROP TABLE IF EXISTS session_cache;] failed:SQL logic error",
+       {ExecLine("ReCreateTable", kSchemaSqls[6], "SQL logic error"),
         "[database]ReCreateTable failed", "[database]CheckAndUpdateDb failed"}},
       // Record statements are compiled after the migration has replaced the table.
       {kSql, "CREATE TABLE session_cache(a)" + newer, true, {}},

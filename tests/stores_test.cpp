@@ -27,7 +27,17 @@ TEST_F(StoresTest, RecordsKeepEveryFieldIdsAreNeverReusedAndDeletesCascade) {
   ASSERT_EQ(1, m_db->InsertInstanceInfo(a));  // equal records, two rows
   ASSERT_EQ(1, m_db->InsertInstanceInfo(b));
   EXPECT_EQ(0, m_db->UpdataInstanceSessionId(1, "ab\0cd", 5));
+  EXPECT_EQ(0, m_db->UpdataInstanceSessionId(2, "xyz", 2));
   EXPECT_EQ(0, m_db->UpdataInstanceSessionId(9, "none", -1));
+  ASSERT_EQ(0, m_db->InsertMessageCollectKey("k\0ey", 4, "secret", 3));
+  // The file holds every byte the caller sized; reading back stops at a NUL.
+  EXPECT_EQ("6162006364,7879,79|6B006579,736563",
+            Raw(m_path, "SELECT hex(session_id) FROM instance_info") + "|" +
+                Raw(m_path,
+                    "SELECT hex(message_access_key) || ',' || hex(message_access_secret_key) "
+                    "FROM message_collect_key"));
+  EXPECT_EQ(1, m_db->SelectMessageCollectKey(version, type));
+  EXPECT_EQ("k|sec", version + "|" + type);
   EXPECT_EQ("text312E32|text6162006364,text|text79",
             Raw(m_path,
                 "SELECT typeof(sdk_version) || hex(sdk_version) || '|' || typeof(sdk_type) "
@@ -47,7 +57,7 @@ TEST_F(StoresTest, RecordsKeepEveryFieldIdsAreNeverReusedAndDeletesCascade) {
   }
   // SQLite returns rows in id order, though nothing promises it.
   EXPECT_EQ(
-      "101|a|b|7|8,1|d|l|1|4886718345,2|k|m|2|6,0|||0||0|0,1|n|ab|77|p|1|4886718345,2|n|s|77|p|1|"
+      "101|a|b|7|8,1|d|l|1|4886718345,2|k|m|2|6,0|||0||0|0,1|n|ab|77|p|1|4886718345,2|n|xy|77|p|1|"
       "4886718345,",
       read);
 

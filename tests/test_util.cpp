@@ -50,9 +50,34 @@ const std::pair<const char*, const char*> kStatements[] = {
      ":expire_time;"},
     {"DeleteSessionCacheWithKey", "DELETE FROM session_cache WHERE session_key = :session_key;"},
     {"DeleteSessionCache", "DELETE FROM session_cache WHERE expire_time < :expire_time"},
-    {"DeleteAllSessionCache", "DELETE FROM session_cache;"}};
+    {"DeleteAllSessionCache", "DELETE FROM session_cache;"},
+    // Then the version statements of Init.
+    {"SelectDbVersion", "SELECT id, version from db_version LIMIT 1"},
+    {"InsertDbVersion", "INSERT INTO db_version (version) VALUES (:version)"},
+    {"UpdateDbVersion", "UPDATE db_version SET version = :version WHERE id = :id"}};
 
 }  // namespace
+
+const char* const kSchemaSqls[7] = {
+    "CREATE TABLE IF NOT EXISTS db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version "
+    "VARCHAR(64) NOT NULL)",
+    "CREATE TABLE IF NOT EXISTS message_collect_key ( message_access_key TEXT NOT NULL, "
+    "message_access_secret_key TEXT NOT NULL);",
+    "CREATE TABLE IF NOT EXISTS core_recode (id INTEGER PRIMARY KEY AUTOINCREMENT, "
+    "dump_file_path VARCHAR(256) NOT NULL, log_file_path VARCHAR(256) NOT NULL, start_recode_id "
+    "INTEGER NOT NULL, create_time BIGINT NOT NULL, FOREIGN KEY (start_recode_id) REFERENCES "
+    "start_recode(id) ON DELETE CASCADE);",
+    "CREATE TABLE IF NOT EXISTS instance_info (id INTEGER PRIMARY KEY AUTOINCREMENT, instance_no "
+    "VARCHAR(64) NOT NULL, session_id VARCHAR(256) NOT NULL, business_type int NOT NULL, "
+    "protocol_type VARCHAR(64) NOT NULL, start_recode_id INTEGER NOT NULL, create_time BIGINT "
+    "NOT NULL, FOREIGN KEY (start_recode_id) REFERENCES start_recode(id) ON DELETE CASCADE);",
+    "CREATE TABLE IF NOT EXISTS start_recode ( id INTEGER PRIMARY KEY AUTOINCREMENT, sdk_version "
+    "VARCHAR(64) NOT NULL, sdk_type VARCHAR(64) NOT NULL, start_time BIGINT NOT NULL);",
+    "CREATE TABLE IF NOT EXISTS session_cache(id INTEGER PRIMARY KEY AUTOINCREMENT, session_key "
+    "VARCHAR(256) NOT NULL UNIQUE, session_value VARCHAR(1024) NOT NULL, expire_time BIGINT NOT "
+    "NULL);",
+    "DROP TABLE IF EXISTS core_recode;DROP TABLE IF EXISTS instance_info;DROP TABLE IF EXISTS "
+    "start_recode;DROP TABLE IF EXISTS session_cache;"};
 
 std::shared_ptr<LogCapture> LogCapture::Install() {
   auto capture = std::make_shared<LogCapture>();
@@ -111,11 +136,24 @@ std::string Raw(const std::string& path, const std::string& sql) {
   return rows;
 }
 
-std::string StepLine(const std::string& op, const std::string& error) {
+std::string Sql(const std::string& op) {
   const auto* it = std::find_if(std::begin(kStatements), std::end(kStatements),
                                 [&](const auto& statement) { return op == statement.first; });
-  return "[database]database_interface::CDatabase::" + op + " sqlite3_step with sql[" + it->second +
+  return it != std::end(kStatements) ? it->second : "";
+}
+
+std::string StepLine(const std::string& op, const std::string& error) {
+  return "[database]database_interface::CDatabase::" + op + " sqlite3_step with sql[" + Sql(op) +
          "] failed:" + error;
+}
+
+std::string ExecLine(const std::string& op, const std::string& sql, const std::string& error) {
+  return "[database]database_interface::CDatabase::" + op + " sqlite3_exec with sql[" + sql +
+         "] failed:" + error;
+}
+
+Lines PrepareChain(const std::string& op, const std::string& error) {
+  return {"[database]prepare sql[" + Sql(op) + "] failed:" + error, "[database]InitStmt failed"};
 }
 
 void ChildStarted() { g_child_started = true; }

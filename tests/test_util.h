@@ -46,9 +46,19 @@ class LogCapture final : public base::IBaseLogInterface {
 std::string Raw(sqlite3* db, const std::string& sql);
 std::string Raw(const std::string& path, const std::string& sql);
 
+// The SQL of the statement of operation `op` (a data operation, or
+// SelectDbVersion, InsertDbVersion or UpdateDbVersion).
+std::string Sql(const std::string& op);
 // "[database]database_interface::CDatabase::<op> sqlite3_step with sql[<its
 // SQL>] failed:<error>", the one line of a failed step.
 std::string StepLine(const std::string& op, const std::string& error);
+// The six CREATE TABLE texts of Init, in their order, then its DROP text.
+extern const char* const kSchemaSqls[7];
+// "[database]database_interface::CDatabase::<op> sqlite3_exec with sql[<sql>]
+// failed:<error>".
+std::string ExecLine(const std::string& op, const std::string& sql, const std::string& error);
+// The chain of an Init whose prepare of `op`'s statement failed.
+Lines PrepareChain(const std::string& op, const std::string& error);
 
 // Child scenarios are DISABLED_ tests that a parent runs in a new process
 // (Child). Each calls ChildStarted() first: the program then exits with
