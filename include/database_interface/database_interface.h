@@ -59,13 +59,17 @@
 // exists keeps the mode its owner gave it. A file planted by someone else is
 // opened with SQLite's defences on: its triggers and views are never run, its
 // schema cannot switch the defences off, no temporary file is written, and
-// the file is never memory-mapped.
+// the file is never memory-mapped. A file that is not a database fails `Init`
+// at its first read, creating the tables, and is left as it was; so does a
+// FIFO or other file that is not a regular one, at once, at the open. A failed
+// open leaves no new file behind.
 //
 // Processes. Several processes may use one store. There is no busy wait: a
 // call that meets another process's lock returns -1 at once with its line
 // ending "failed:database is locked", and may be tried again. A process killed
 // mid-write leaves its journal; the next process to read rolls it back. An
-// `Init` that meets a lock fails like any other call.
+// `Init` that meets a lock fails at its first read, creating the tables, with
+// that statement's line and "[database]CreateTable failed".
 //
 // Exceptions. The library throws nothing of its own. What the standard
 // library raises passes through: std::bad_alloc, std::system_error from a
@@ -144,6 +148,7 @@ class DATABASE_INTERFACE_EXPORT IDatabaseInterface {
   /// stored version that is not three numbers fails every `Init` until the
   /// file is repaired; see Exceptions for a part that is not a number. A file
   /// the process may only read opens read-only: reads work, writes fail.
+  /// ":memory:" opens a store in memory, gone at `Uninit`; no file is made.
   virtual int Init(const char* path) = 0;
 
   /// Closes the object; it may be opened again with `Init`. Does nothing on an
