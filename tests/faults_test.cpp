@@ -270,27 +270,19 @@ std::string Name(const Fault& f) {
 
 // Every chain a failed Init may write, its SQLite call failing with `error`.
 std::set<Lines> InitChains(const std::string& path, const std::string& error) {
-  const std::string checked = "[database]CheckAndUpdateDb failed";
-  std::set<Lines> chains = {{"[database]Open sqlite3 file[" + path + "] failed:" + error},
-                            {ExecLine("Init", "PRAGMA foreign_keys = ON;", error)},
-                            {ExecLine("VersionChangeDb", kSchemaSqls[5], error),
-                             "[database]VersionChangeDb failed", checked},
-                            {ExecLine("ReCreateTable", kSchemaSqls[6], error),
-                             "[database]ReCreateTable failed", checked}};
+  std::set<Lines> chains = {
+      {"[database]Open sqlite3 file[" + path + "] failed:" + error},
+      {ExecLine("Init", "PRAGMA foreign_keys = ON;", error)},
+      CheckChain(ExecLine("VersionChangeDb", kSchemaSqls[5], error), "VersionChangeDb"),
+      CheckChain(ExecLine("ReCreateTable", kSchemaSqls[6], error), "ReCreateTable")};
   for (const char* op : {"SelectDbVersion", "InsertDbVersion", "UpdateDbVersion"}) {
-    chains.insert({StepLine(op, error), "[database]" + std::string(op) + " failed", checked});
+    chains.insert(CheckChain(StepLine(op, error), op));
   }
   for (size_t i = 0; i < 6; ++i) {
     chains.insert({ExecLine("CreateTable", kSchemaSqls[i], error), "[database]CreateTable failed"});
-    chains.insert({ExecLine("CreateTable", kSchemaSqls[i], error), "[database]ReCreateTable failed",
-                   checked});
+    chains.insert(CheckChain(ExecLine("CreateTable", kSchemaSqls[i], error), "ReCreateTable"));
   }
-  for (const Ops::Op& op : Ops(*IDatabaseInterface::CreateDatabaseInterface(), "").ops) {
-    chains.insert(PrepareChain(op.name, error));
-  }
-  for (const char* op : {"SelectDbVersion", "InsertDbVersion", "UpdateDbVersion"}) {
-    chains.insert(PrepareChain(op, error));
-  }
+  for (const auto& statement : kStatements) chains.insert(PrepareChain(statement.first, error));
   // The library's own settings can fail only when SQLite runs out of memory.
   if (error == "out of memory") {
     chains.insert({ExecLine("Init",

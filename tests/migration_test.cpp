@@ -132,33 +132,21 @@ TEST_F(MigrationTest, EachFailingStepOfInitWritesItsChainAndForeignTablesTheirLi
        false, prepare("SelectMessageCollectKey")},
       {kSql, "CREATE VIEW session_cache AS SELECT 1 AS session_value", false,
        prepare("DeleteSessionCache")},
-      {kDamagedVersionPage,
-       "",
-       false,
-       {StepLine("SelectDbVersion", "database disk image is malformed"),
-        "[database]SelectDbVersion failed", "[database]CheckAndUpdateDb failed"}},
+      {kDamagedVersionPage, "", false,
+       CheckChain(StepLine("SelectDbVersion", "database disk image is malformed"),
+                  "SelectDbVersion")},
       {kSql,
        "CREATE TABLE db_version(id INTEGER PRIMARY KEY, version); INSERT INTO db_version "
        "VALUES(1, NULL)",
        false,
-       {"[database]database_interface::CDatabase::SelectDbVersion sqlite3_column_text with sql[" +
-            Sql("SelectDbVersion") + "] failed:datatype mismatch",
-        "[database]SelectDbVersion failed", "[database]CheckAndUpdateDb failed"}},
-      {kSql,
-       checked,
-       false,
-       {StepLine("InsertDbVersion", "constraint failed"), "[database]InsertDbVersion failed",
-        "[database]CheckAndUpdateDb failed"}},
-      {kSql,
-       checked + "; INSERT INTO db_version(version) VALUES('1.11.9')",
-       false,
-       {StepLine("UpdateDbVersion", "constraint failed"), "[database]UpdateDbVersion failed",
-        "[database]CheckAndUpdateDb failed"}},
-      {kSql,
-       "CREATE VIEW core_recode AS SELECT 1" + newer,
-       false,
-       {ExecLine("ReCreateTable", kSchemaSqls[6], "SQL logic error"),
-        "[database]ReCreateTable failed", "[database]CheckAndUpdateDb failed"}},
+       CheckChain(StepLine("SelectDbVersion", "datatype mismatch", "sqlite3_column_text"),
+                  "SelectDbVersion")},
+      {kSql, checked, false,
+       CheckChain(StepLine("InsertDbVersion", "constraint failed"), "InsertDbVersion")},
+      {kSql, checked + "; INSERT INTO db_version(version) VALUES('1.11.9')", false,
+       CheckChain(StepLine("UpdateDbVersion", "constraint failed"), "UpdateDbVersion")},
+      {kSql, "CREATE VIEW core_recode AS SELECT 1" + newer, false,
+       CheckChain(ExecLine("ReCreateTable", kSchemaSqls[6], "SQL logic error"), "ReCreateTable")},
       // Record statements are compiled after the migration has replaced the table.
       {kSql, "CREATE TABLE session_cache(a)" + newer, true, {}},
       // CREATE TABLE IF NOT EXISTS keeps a table of another shape, NULLs and all.
@@ -166,9 +154,7 @@ TEST_F(MigrationTest, EachFailingStepOfInitWritesItsChainAndForeignTablesTheirLi
        "CREATE TABLE session_cache(id INTEGER PRIMARY KEY, session_key UNIQUE, session_value, "
        "expire_time); INSERT INTO session_cache VALUES(1, 'k', NULL, 9)",
        true,
-       {"[database]database_interface::CDatabase::SelectSessionCache sqlite3_column_text with "
-        "sql[SELECT session_value FROM session_cache WHERE session_key = :session_key AND "
-        "expire_time > :expire_time;] failed:datatype mismatch"}},
+       {StepLine("SelectSessionCache", "datatype mismatch", "sqlite3_column_text")}},
       // A trigger that would load code into the process is never run.
       {kSql,
        "CREATE TABLE session_cache(id INTEGER PRIMARY KEY, session_key UNIQUE, session_value, "

@@ -13,8 +13,9 @@ namespace {
 
 bool g_child_started = false;
 
-// Each data operation with its SQL, in the order of an Ops pass.
-const std::pair<const char*, const char*> kStatements[] = {
+}  // namespace
+
+const std::pair<const char*, const char*> kStatements[21] = {
     {"InsertMessageCollectKey",
      "INSERT INTO message_collect_key(message_access_key, message_access_secret_key) "
      "VALUES(:message_access_key, :message_access_secret_key)"},
@@ -55,8 +56,6 @@ const std::pair<const char*, const char*> kStatements[] = {
     {"SelectDbVersion", "SELECT id, version from db_version LIMIT 1"},
     {"InsertDbVersion", "INSERT INTO db_version (version) VALUES (:version)"},
     {"UpdateDbVersion", "UPDATE db_version SET version = :version WHERE id = :id"}};
-
-}  // namespace
 
 const char* const kSchemaSqls[7] = {
     "CREATE TABLE IF NOT EXISTS db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version "
@@ -142,8 +141,8 @@ std::string Sql(const std::string& op) {
   return it != std::end(kStatements) ? it->second : "";
 }
 
-std::string StepLine(const std::string& op, const std::string& error) {
-  return "[database]database_interface::CDatabase::" + op + " sqlite3_step with sql[" + Sql(op) +
+std::string StepLine(const std::string& op, const std::string& error, const std::string& call) {
+  return "[database]database_interface::CDatabase::" + op + " " + call + " with sql[" + Sql(op) +
          "] failed:" + error;
 }
 
@@ -154,6 +153,10 @@ std::string ExecLine(const std::string& op, const std::string& sql, const std::s
 
 Lines PrepareChain(const std::string& op, const std::string& error) {
   return {"[database]prepare sql[" + Sql(op) + "] failed:" + error, "[database]InitStmt failed"};
+}
+
+Lines CheckChain(const std::string& line, const std::string& op) {
+  return {line, "[database]" + op + " failed", "[database]CheckAndUpdateDb failed"};
 }
 
 void ChildStarted() { g_child_started = true; }

@@ -50,8 +50,9 @@ std::string Raw(const std::string& path, const std::string& sql);
 // SelectDbVersion, InsertDbVersion or UpdateDbVersion).
 std::string Sql(const std::string& op);
 // "[database]database_interface::CDatabase::<op> sqlite3_step with sql[<its
-// SQL>] failed:<error>", the one line of a failed step.
-std::string StepLine(const std::string& op, const std::string& error);
+// SQL>] failed:<error>", the one line of a failed step (or of another `call`).
+std::string StepLine(const std::string& op, const std::string& error,
+                     const std::string& call = "sqlite3_step");
 // The six CREATE TABLE texts of Init, in their order, then its DROP text.
 extern const char* const kSchemaSqls[7];
 // "[database]database_interface::CDatabase::<op> sqlite3_exec with sql[<sql>]
@@ -59,6 +60,11 @@ extern const char* const kSchemaSqls[7];
 std::string ExecLine(const std::string& op, const std::string& sql, const std::string& error);
 // The chain of an Init whose prepare of `op`'s statement failed.
 Lines PrepareChain(const std::string& op, const std::string& error);
+// The chain of an Init whose version check failed in `op` with `line`.
+Lines CheckChain(const std::string& line, const std::string& op);
+// Each operation with a statement (the data operations in the order of an Ops
+// pass, then the version statements) and its SQL.
+extern const std::pair<const char*, const char*> kStatements[21];
 
 // Child scenarios are DISABLED_ tests that a parent runs in a new process
 // (Child). Each calls ChildStarted() first: the program then exits with
