@@ -3,32 +3,17 @@
 // back and deleting a record of every kind. Results and outputs must be what
 // the arguments make them, log lines only fixed texts, never a bound value.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <sqlite3.h>
 
 #include <climits>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "base/base.h"
-#include "database_interface/database_interface.h"
+#include "fuzz_util.h"
 
+namespace database_interface::fuzz {
 namespace {
-
-using database_interface::CoreRecode;
-using database_interface::IDatabaseInterface;
-using database_interface::InstanceInfo;
-
-void Check(bool ok, const char* condition, int line) {
-  if (ok) return;
-  std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, line, condition);
-  std::abort();
-}
-#define CHECK(condition) Check((condition), #condition, __LINE__)
 
 const std::string kRefused[] = {
     "[database]database_interface::CDatabase::InsertCoreRecode sqlite3_step with sql[INSERT INTO "
@@ -41,22 +26,6 @@ const std::string kRefused[] = {
     ":protocol_type, :start_recode_id, :create_time) RETURNING id] failed:constraint failed"};
 const std::string kKept = "kept";  // outputs start so and must stay so when no row is read
 constexpr int kKeptId = -4711;
-
-class Logger final : public base::IBaseLogInterface {
- public:
-  BASE_PRINTF_FORMAT(4, 5)
-  int WriteLog(const int& /*level*/, const int& /*tid*/, const char* format, ...) override {
-    va_list args;
-    va_start(args, format);
-    char line[2048];
-    std::vsnprintf(line, sizeof line, format, args);
-    va_end(args);
-    lines.emplace_back(line);
-    return 0;
-  }
-  std::vector<std::string> lines;
-};
-Logger* g_logger = nullptr;
 
 std::string Cut(const std::string& text) { return text.c_str(); }  // as read back: to the NUL
 
@@ -226,23 +195,13 @@ void Rounds::Round() {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  // No lookaside or bulk page-cache blocks: AddressSanitizer then sees
-  // SQLite's objects one by one.
-  CHECK(sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0) == SQLITE_OK);
-  CHECK(sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0) == SQLITE_OK);
-  static const std::shared_ptr<Logger> logger = std::make_shared<Logger>();
-  g_logger = logger.get();
-  base::IBaseLogInterface::GetLogInstance(logger);
-  return 0;
-}
+}  // namespace database_interface::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider in(data, size);
-  const std::shared_ptr<IDatabaseInterface> db = IDatabaseInterface::CreateDatabaseInterface();
+  const auto db = database_interface::IDatabaseInterface::CreateDatabaseInterface();
   CHECK(db->Init(":memory:") == 0);
-  Rounds rounds(in, *db);
+  database_interface::fuzz::Rounds rounds(in, *db);
   for (int round = 0; round < 32 && in.remaining_bytes() > 0; ++round) rounds.Round();
   db->Uninit();
   return 0;
