@@ -14,11 +14,8 @@ namespace database_interface::test {
 // contents at the end.
 struct TempDir {
   TempDir() {
-    std::random_device random;
-    do {
-      path =
-          (std::filesystem::temp_directory_path() / ("dbi_" + std::to_string(random()))).string();
-    } while (!std::filesystem::create_directory(path));
+    for (std::random_device random; path.empty() || !std::filesystem::create_directory(path);)
+      path = (std::filesystem::temp_directory_path() / "dbi_").string() + std::to_string(random());
   }
   ~TempDir() {
     std::error_code ec;
@@ -44,7 +41,10 @@ bool HeldOpen(const std::string& utf8);
 class Child {
  public:
   explicit Child(const std::string& test);
-  ~Child();
+  ~Child() {
+    Kill();
+    Wait();
+  }
   int Wait();   // its exit code; 137 when killed
   void Kill();  // at once: SIGKILL, TerminateProcess
 

@@ -36,16 +36,9 @@ Child::Child(const std::string& test) {
   std::string filter = "--gtest_filter=" + test, disabled = "--gtest_also_run_disabled_tests";
   char* argv[] = {self, filter.data(), disabled.data(), nullptr};
   pid_t pid = 0;
-  if (readlink("/proc/self/exe", self, sizeof self - 1) <= 0 ||
-      posix_spawn(&pid, self, nullptr, nullptr, argv, environ) != 0) {
-    std::abort();
-  }
+  if (readlink("/proc/self/exe", self, sizeof self - 1) <= 0) std::abort();
+  if (posix_spawn(&pid, self, nullptr, nullptr, argv, environ) != 0) std::abort();
   m_handle = pid;
-}
-
-Child::~Child() {
-  Kill();
-  Wait();
 }
 
 int Child::Wait() {

@@ -15,10 +15,7 @@ void SetEnv(const char* name, const char* value) {
 }
 
 std::string NarrowPath(const std::string& utf8) {
-  std::wstring wide(utf8.size(), L'\0');
-  wide.resize(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(),
-                                                      static_cast<int>(utf8.size()), wide.data(),
-                                                      static_cast<int>(wide.size()))));
+  const std::wstring wide = std::filesystem::u8path(utf8).wstring();
   std::string narrow(wide.size() * 2, '\0');
   BOOL defaulted = FALSE;
   narrow.resize(static_cast<size_t>(
@@ -53,11 +50,6 @@ Child::Child(const std::string& test) {
   }
   CloseHandle(process.hThread);
   m_handle = reinterpret_cast<intptr_t>(process.hProcess);
-}
-
-Child::~Child() {
-  Kill();
-  Wait();
 }
 
 int Child::Wait() {

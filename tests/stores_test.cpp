@@ -1,6 +1,8 @@
 // What the stores keep: texts whole as the caller sized them, read back to
 // their first NUL; ids never reused; lists appended to; deletes that cascade;
 // expiry compared strictly; one session entry per key.
+#include <sstream>
+
 #include "test_util.h"
 
 namespace database_interface::test {
@@ -21,66 +23,57 @@ TEST_F(StoresTest, RecordsKeepEveryFieldIdsAreNeverReusedAndDeletesCascade) {
   std::vector<InstanceInfo> instances(1);
   CoreRecode core(-9, std::string("d\0x", 3), "l", start, 4886718345), kept(-9, "k", "m", other, 6);
   InstanceInfo a(-9, "n", "s", 77, "p", start, 4886718345), b(-9, "x", "y", 5, "z", other, 6);
-  ASSERT_EQ(1, m_db->InsertCoreRecode(core));
-  ASSERT_EQ(1, m_db->InsertCoreRecode(kept));
-  ASSERT_EQ(1, m_db->InsertInstanceInfo(a));
-  ASSERT_EQ(1, m_db->InsertInstanceInfo(a));  // equal records, two rows
-  ASSERT_EQ(1, m_db->InsertInstanceInfo(b));
+  for (CoreRecode* r : {&core, &kept}) ASSERT_EQ(1, m_db->InsertCoreRecode(*r));
+  for (InstanceInfo* r : {&a, &a, &b}) ASSERT_EQ(1, m_db->InsertInstanceInfo(*r));  // 2 rows of a
   EXPECT_EQ(0, m_db->UpdataInstanceSessionId(1, "ab\0cd", 5));
   EXPECT_EQ(0, m_db->UpdataInstanceSessionId(2, "xyz", 2));
   EXPECT_EQ(0, m_db->UpdataInstanceSessionId(9, "none", -1));
   ASSERT_EQ(0, m_db->InsertMessageCollectKey("k\0ey", 4, "secret", 3));
-  // The file holds every byte the caller sized; reading back stops at a NUL.
-  EXPECT_EQ("6162006364,7879,79|6B006579,736563",
-            Raw(m_path, "SELECT hex(session_id) FROM instance_info") + "|" +
-                Raw(m_path,
-                    "SELECT hex(message_access_key) || ',' || hex(message_access_secret_key) "
-                    "FROM message_collect_key"));
+  // The file holds every byte the caller sized, as text; reading back stops at a NUL.
+  EXPECT_EQ("text312E32|text6162006364,text|text79,640078,6B,6162006364,7879,79,6B006579|736563",
+            Raw(m_path,
+                "SELECT typeof(sdk_version) || hex(sdk_version) || '|' || typeof(sdk_type) || "
+                "hex(sdk_type) FROM start_recode "
+                "UNION ALL SELECT hex(dump_file_path) FROM core_recode "
+                "UNION ALL SELECT hex(session_id) FROM instance_info "
+                "UNION ALL SELECT hex(message_access_key) || '|' || hex(message_access_secret_key) "
+                "FROM message_collect_key"));
   EXPECT_EQ(1, m_db->SelectMessageCollectKey(version, type));
   EXPECT_EQ("k|sec", version + "|" + type);
-  EXPECT_EQ("text312E32|text6162006364,text|text79",
-            Raw(m_path,
-                "SELECT typeof(sdk_version) || hex(sdk_version) || '|' || typeof(sdk_type) "
-                "|| hex(sdk_type) FROM start_recode"));
-  EXPECT_EQ("640078,6B", Raw(m_path, "SELECT hex(dump_file_path) FROM core_recode"));
   EXPECT_EQ(2, m_db->SelectAllCoreRecode(cores));
   EXPECT_EQ(2, m_db->SelectInstanceInfoWithStartRecodeId(start, instances));
-  std::string read;
+  std::ostringstream read;
   for (const CoreRecode& r : cores) {
-    read += std::to_string(r.id) + "|" + r.dump_file_path + "|" + r.log_file_path + "|" +
-            std::to_string(r.start_recode_id) + "|" + std::to_string(r.create_time) + ",";
+    read << r.id << '|' << r.dump_file_path << '|' << r.log_file_path << '|' << r.start_recode_id
+         << '|' << r.create_time << ',';
   }
   for (const InstanceInfo& r : instances) {
-    read += std::to_string(r.id) + "|" + r.instance_no + "|" + r.session_id + "|" +
-            std::to_string(r.business_type) + "|" + r.protocol_type + "|" +
-            std::to_string(r.start_recode_id) + "|" + std::to_string(r.create_time) + ",";
+    read << r.id << '|' << r.instance_no << '|' << r.session_id << '|' << r.business_type << '|'
+         << r.protocol_type << '|' << r.start_recode_id << '|' << r.create_time << ',';
   }
   // SQLite returns rows in id order, though nothing promises it.
   EXPECT_EQ(
       "101|a|b|7|8,1|d|l|1|4886718345,2|k|m|2|6,0|||0||0|0,1|n|ab|77|p|1|4886718345,2|n|xy|77|p|1|"
       "4886718345,",
-      read);
+      read.str());
 
   EXPECT_EQ(0, m_db->DeleteCoreRecode(kept.id));
   EXPECT_EQ(0, m_db->DeleteInstanceInfo(b.id));
-  EXPECT_EQ(0, m_db->DeleteStartRecode(start));
-  EXPECT_EQ(0, m_db->DeleteStartRecode(start));
+  for (int k = 0; k < 2; ++k) EXPECT_EQ(0, m_db->DeleteStartRecode(start));  // then none left
   const char* const ids =
       "SELECT group_concat(id) || (SELECT count(*) FROM core_recode) || (SELECT count(*) FROM "
       "instance_info) FROM start_recode";
   EXPECT_EQ("200", Raw(m_path, ids));
   ASSERT_EQ(1, m_db->InsertCoreRecode(kept));
   ASSERT_EQ(1, m_db->InsertInstanceInfo(b));
-  EXPECT_EQ(0, m_db->DeleteAllStartRecode());
-  EXPECT_EQ(0, m_db->DeleteAllStartRecode());
+  for (int k = 0; k < 2; ++k) EXPECT_EQ(0, m_db->DeleteAllStartRecode());
   EXPECT_EQ("NULL", Raw(m_path, ids));
   ASSERT_EQ(1, m_db->InsertStartRecode(start, "v", -1, "t", -1, 1));
-  EXPECT_EQ("3|3|4",
-            std::to_string(start) + "|" + std::to_string(kept.id) + "|" + std::to_string(b.id));
+  EXPECT_EQ(std::make_tuple(3, 3, 4), std::make_tuple(start, kept.id, b.id));
   // Under no start record: refused by the foreign key, the id untouched.
   EXPECT_EQ(-1, m_db->InsertCoreRecode(kept));
   EXPECT_EQ(-1, m_db->InsertInstanceInfo(b));
-  EXPECT_EQ("3|4", std::to_string(kept.id) + "|" + std::to_string(b.id));
+  EXPECT_EQ(std::make_pair(3, 4), std::make_pair(kept.id, b.id));
   EXPECT_EQ((Lines{StepLine("InsertCoreRecode", "constraint failed"),
                    StepLine("InsertInstanceInfo", "constraint failed")}),
             Take());
@@ -105,8 +98,7 @@ TEST_F(StoresTest, SessionCacheFindsAndKeepsAnEntryStrictlyBeforeItsExpiryAndLas
   EXPECT_EQ(1, m_db->SelectSessionCache("", 0, value));
   EXPECT_EQ("", value);
   EXPECT_EQ(0, m_db->DeleteSessionCache(expiry));
-  EXPECT_EQ(0, m_db->DeleteSessionCacheWithKey("key"));
-  EXPECT_EQ(0, m_db->DeleteSessionCacheWithKey("key"));
+  for (int k = 0; k < 2; ++k) EXPECT_EQ(0, m_db->DeleteSessionCacheWithKey("key"));
   EXPECT_EQ("[]", Raw(m_path, "SELECT '[' || session_key || ']' FROM session_cache"));
   EXPECT_EQ(0, m_db->DeleteSessionCache(expiry + 1));
   EXPECT_EQ("0", Raw(m_path, "SELECT count(*) FROM session_cache"));
