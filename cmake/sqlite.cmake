@@ -106,6 +106,94 @@ target_compile_definitions(database_interface_sqlite_objects PRIVATE
   # LIKE itself.
   SQLITE_LIKE_DOESNT_MATCH_BLOBS
 )
+# The platform's C library, found the way SQLite's own configure finds it
+# (autoconf's up to 3.47, autosetup's from 3.48) for every build made with it,
+# Debian's included: a function it detects becomes a HAVE_* definition, which
+# SQLite's code then uses in place of a portable fallback. An amalgamation
+# compiled without them runs on the fallbacks, which on Linux means an lseek
+# before every read and write, and an fsync for every sync. Each check below
+# names the function, the header that declares it and the definition (and,
+# if given, the definition's value when the function is missing); the checks
+# compile with _GNU_SOURCE, which sqlite3.c defines for GCC and Clang before
+# its first include. Not checked: malloc_usable_size (Debian's build patches
+# its check out, Debian bug #665363, and autosetup no longer looks for it);
+# posix_fallocate (no configure looks for it, and SQLite uses it only to grow
+# a file in chunks or for a memory map, neither of which the library asks
+# for); configure's header and integer type checks (stdint.h, uint32_t, ...),
+# whose fallbacks are the same types with every compiler this builds with.
+include(CheckSymbolExists)
+include(CMakePushCheckState)
+set(database_interface_sqlite_platform "")
+function(database_interface_sqlite_check symbol header definition)
+  string(TOLOWER "database_interface_sqlite_has_${symbol}" found)
+  check_symbol_exists(${symbol} ${header} ${found})
+  if(${found})
+    list(APPEND database_interface_sqlite_platform ${definition}=1)
+  elseif(ARGC GREATER 3)
+    list(APPEND database_interface_sqlite_platform ${definition}=${ARGV3})
+  endif()
+  set(database_interface_sqlite_platform ${database_interface_sqlite_platform} PARENT_SCOPE)
+endfunction()
+cmake_push_check_state(RESET)
+if(CMAKE_C_COMPILER_ID MATCHES "GNU|Clang")
+  set(CMAKE_REQUIRED_DEFINITIONS -D_GNU_SOURCE)
+endif()
+set(CMAKE_REQUIRED_QUIET ON)
+# Every system: the C library's date and number functions.
+# The 'localtime' and 'utc' modifiers convert with localtime_r() (or
+# Windows' localtime_s()), not with localtime() under SQLite's global mutex,
+# whose static result another thread of the host calling localtime() would
+# overwrite.
+database_interface_sqlite_check(localtime_r time.h HAVE_LOCALTIME_R)
+database_interface_sqlite_check(localtime_s time.h HAVE_LOCALTIME_S)
+# The same for gmtime(), which SQLite calls only in a build without its date
+# functions: kept so that this build is the one configure would make.
+database_interface_sqlite_check(gmtime_r time.h HAVE_GMTIME_R)
+# NaN is tested with the C library's isnan(), not SQLite's bit test.
+database_interface_sqlite_check(isnan math.h HAVE_ISNAN)
+# SQLite's printf finds the end of each run of literal text with one
+# strchrnul() rather than strchr() and strlen() (autoconf's configure looks
+# for it, autosetup's no longer does: it only saves a pass over the text).
+database_interface_sqlite_check(strchrnul string.h HAVE_STRCHRNUL)
+# POSIX systems: the unix VFS (os_unix.c). Windows' VFS (os_win.c) reads,
+# writes, syncs and sleeps through the Win32 API alone and uses none of these.
+if(NOT WIN32)
+  # Positional I/O: each page read or write is one pread()/pwrite() at its
+  # offset instead of an lseek() and a read()/write(). With the 64-bit names
+  # too, os_unix.c takes pread64()/pwrite64(), as Debian's build does; on
+  # glibc they are the calls pread()/pwrite() become under the 64-bit
+  # file offsets sqlite3.c asks for.
+  database_interface_sqlite_check(pread unistd.h HAVE_PREAD)
+  database_interface_sqlite_check(pwrite unistd.h HAVE_PWRITE)
+  database_interface_sqlite_check(pread64 unistd.h HAVE_PREAD64)
+  database_interface_sqlite_check(pwrite64 unistd.h HAVE_PWRITE64)
+  # Every sync, of the database, of the journal and of their directory, is an
+  # fdatasync(), which skips only metadata that reading the data back does not
+  # need (times, owner), rather than an fsync(). It still makes a file's new
+  # size durable: the Linux fdatasync(2) page names a change of st_size "as
+  # made by ftruncate(2)" among what it must flush (POSIX's data integrity
+  # completion, which fdatasync() gives, covers "all file system information
+  # required to retrieve the data"), and os_unix.c, above full_fsync(), calls
+  # fdatasync() always adequate for SQLite, which needs the file size and no
+  # other attribute. That is what keeps a commit that ends by truncating the
+  # journal (journal_mode=TRUNCATE, README "Durability") from coming back as
+  # a hot journal after a power cut.
+  database_interface_sqlite_check(fdatasync unistd.h HAVE_FDATASYNC)
+  # SQLite's sleeps (sqlite3_sleep(), and a busy handler's, which the
+  # library installs none of) last the microseconds asked for, not whole
+  # seconds: usleep() up to SQLite 3.47; nanosleep() from 3.48, which calls
+  # it unless told it is missing (0, and it falls back to usleep()).
+  database_interface_sqlite_check(usleep unistd.h HAVE_USLEEP)
+  database_interface_sqlite_check(nanosleep time.h HAVE_NANOSLEEP 0)
+  # The "unix-dotfile" VFS, which the library never selects, refreshes its
+  # lock file's time with utime() rather than utimes().
+  database_interface_sqlite_check(utime utime.h HAVE_UTIME)
+endif()
+cmake_pop_check_state()
+message(STATUS "SQLite platform functions: ${database_interface_sqlite_platform}")
+target_compile_definitions(database_interface_sqlite_objects PRIVATE
+  ${database_interface_sqlite_platform})
+
 # SQLite's own code is not ours to warn about. Sanitizer builds keep it
 # optimised: the fault sweeps run it thousands of times.
 if(CMAKE_C_COMPILER_ID MATCHES "GNU|Clang")

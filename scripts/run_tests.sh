@@ -5,6 +5,8 @@
 #
 #   scripts/run_tests.sh           plain build (build/)
 #   scripts/run_tests.sh system    linking the system SQLite instead (build-system/)
+#   scripts/run_tests.sh newest    compiling in the newest SQLite release, Debian's, pinned in
+#                                  cmake/sqlite_newest_version.txt (build-newest/)
 #   scripts/run_tests.sh address   AddressSanitizer + UBSan (build-address/)
 #   scripts/run_tests.sh thread    ThreadSanitizer (build-thread/)
 #   scripts/run_tests.sh windows   cross-built with MinGW-w64, run under Wine (build-windows/)
@@ -20,6 +22,9 @@ else
   scripts/install_deps.sh
 fi
 scripts/fetch_sqlite.sh
+if [ "$mode" = "newest" ]; then
+  scripts/fetch_sqlite.sh newest third_party/sqlite-newest
+fi
 if [ "$mode" = "windows" ]; then
   dir=build-windows
   toolchain="$PWD/cmake/mingw-w64.cmake"
@@ -64,6 +69,11 @@ elif [ -z "$mode" ]; then
   cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo
   cmake --build build -j "$(nproc)"
   ctest --test-dir build --output-on-failure -j "$(nproc)"
+elif [ "$mode" = "newest" ]; then
+  cmake -S . -B build-newest -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DDATABASE_INTERFACE_SQLITE_SOURCE_DIR="$PWD/third_party/sqlite-newest"
+  cmake --build build-newest -j "$(nproc)"
+  ctest --test-dir build-newest --output-on-failure -j "$(nproc)"
 elif [ "$mode" = "system" ]; then
   cmake -S . -B build-system -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDATABASE_INTERFACE_SYSTEM_SQLITE=ON
   cmake --build build-system -j "$(nproc)"
