@@ -102,13 +102,19 @@ TEST_F(MigrationTest, EachFailingStepOfInitWritesItsChainAndForeignTablesTheirLi
       "CREATE TABLE db_version(id INTEGER PRIMARY KEY AUTOINCREMENT, version VARCHAR(64) NOT "
       "NULL CHECK (version <> '1.24.0'))";
   const auto prepare = [](const char* op) { return PrepareChain(op, "SQL logic error"); };
-  enum Setup { kSql, kLocked, kDamagedVersionPage };
+  // A damaged file is never written to: the first statement that reads it fails.
+  enum Setup { kSql, kLocked, kDamagedHeader, kDamagedVersionPage };
   // How the file is made, its SQL, whether Init opens it, and every line.
   const std::tuple<Setup, std::string, bool, Lines> cases[] = {
       {kLocked,
        "",
        false,
        {ExecLine("CreateTable", kSchemaSqls[0], "database is locked"),
+        "[database]CreateTable failed"}},
+      {kDamagedHeader,
+       "",
+       false,
+       {ExecLine("CreateTable", kSchemaSqls[0], "file is not a database"),
         "[database]CreateTable failed"}},
       {kSql,
        "CREATE TABLE t(x); CREATE INDEX session_cache ON t(x)",
@@ -159,14 +165,22 @@ TEST_F(MigrationTest, EachFailingStepOfInitWritesItsChainAndForeignTablesTheirLi
   for (const auto& [setup, sql, opens, lines] : cases) {
     SCOPED_TRACE(sql);
     std::string path = m_dir.File("f" + std::to_string(m_files++));
-    if (setup == kDamagedVersionPage) {
+    const auto bytes = [&path] {
+      std::ifstream in(path, std::ios::binary);
+      return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    std::string damaged;
+    if (setup == kDamagedHeader || setup == kDamagedVersionPage) {
       path = Seeded("");
       const int page = std::stoi(Raw(path, "PRAGMA page_size"));
       const int root = std::stoi(Raw(path,
                                      "SELECT rootpage FROM sqlite_master WHERE name = "
                                      "'db_version'"));
       std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-      file.seekp(std::streamoff{root - 1} * page) << '\xff';  // no b-tree page type
+      if (setup == kDamagedHeader) file << std::string(16, '\xff');  // no magic text
+      if (setup != kDamagedHeader) file.seekp(std::streamoff{root - 1} * page) << '\xff';
+      file.close();
+      damaged = bytes();
     }
     sqlite3* holder = nullptr;  // another connection, holding the file for its write
     if (setup == kLocked) {
@@ -179,6 +193,7 @@ TEST_F(MigrationTest, EachFailingStepOfInitWritesItsChainAndForeignTablesTheirLi
     EXPECT_EQ(opens ? 0 : -1, InitOn(path));
     sqlite3_close(holder);
     EXPECT_TRUE(opens || !HeldOpen(path)) << "a failed Init keeps the file open";
+    EXPECT_TRUE(damaged.empty() || damaged == bytes());
     EXPECT_EQ(opens && lines.empty() ? 0 : -1, m_db->SelectSessionCache("k", 0, value));
     EXPECT_EQ("kept", value);
     EXPECT_EQ(lines, Take());

@@ -107,4 +107,19 @@ TEST_F(StoresTest, SessionCacheFindsAndKeepsAnEntryStrictlyBeforeItsExpiryAndLas
   EXPECT_EQ("0", Raw(m_path, "SELECT count(*) FROM session_cache"));
 }
 
+// Mebibyte values, SQL and printf metacharacters in every field (the fuzzer's
+// corpus holds NUL bytes, odd lengths and null pointers).
+TEST_F(StoresTest, HostileTextsInEveryFieldAreStoredAndReadBackExactly) {
+  std::string mebibyte(size_t{1} << 20, ' ');
+  for (size_t i = 0; i < mebibyte.size(); ++i) mebibyte[i] = static_cast<char>('!' + i % 90);
+  for (const std::string& text : {mebibyte, std::string("'; DROP TABLE start_recode; --%s%n")}) {
+    const std::string path = m_dir.File(std::to_string(text.size()));
+    ASSERT_EQ(0, InitOn(path));
+    Ops ops(*m_db, text);
+    for (const Ops::Op& op : ops.ops) EXPECT_EQ(op.result, op.call()) << op.name;
+    EXPECT_TRUE(ops.ReadBack()) << text.substr(0, 40);
+    EXPECT_EQ("7", Raw(path, "SELECT count(*) FROM sqlite_master WHERE type = 'table'"));
+  }
+}
+
 }  // namespace database_interface::test
