@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "base/base.h"
 #include "database_interface/database_interface.h"
@@ -33,6 +34,8 @@ class Logger final : public base::IBaseLogInterface {
     lines.emplace_back(line);
     return 0;
   }
+  // The lines written since the last call.
+  std::vector<std::string> Take() { return std::exchange(lines, {}); }
   std::vector<std::string> lines;
 };
 
