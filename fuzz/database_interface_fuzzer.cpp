@@ -6,16 +6,13 @@
 
 #include <climits>
 #include <optional>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "fuzz_util.h"
 
 namespace database_interface::fuzz {
 namespace {
 
-// The lines of a round whose crash dump and instance name no start record.
 const std::vector<std::string> kRefused = {
     "[database]database_interface::CDatabase::InsertCoreRecode sqlite3_step with sql[INSERT INTO "
     "core_recode (dump_file_path, log_file_path, start_recode_id, create_time) "
@@ -49,12 +46,11 @@ auto Fields(const InstanceInfo& r) {
 }
 
 // A list read appended exactly `want` if `there`, else nothing, behind the
-// caller's record; `got` is cut back to that record for the next read.
+// caller's record.
 template <class Record>
-void ExpectRead(int rc, std::vector<Record>& got, const Record& want, bool there) {
+void ExpectRead(int rc, const std::vector<Record>& got, const Record& want, bool there) {
   CHECK(rc == there && got.size() == (there ? 2u : 1u) && got[0].id == kKeptId);
   CHECK(!there || Fields(got[1]) == Fields(want));
-  got.resize(1);
 }
 
 struct Rounds {
@@ -72,8 +68,7 @@ struct Rounds {
     return text;
   }
   int64_t Time() {
-    return in.ConsumeBool() ? in.ConsumeIntegralInRange<int64_t>(-2, 2)
-                            : in.ConsumeIntegral<int64_t>();
+    return in.ConsumeBool() ? in.ConsumeIntegralInRange(-2, 2) : in.ConsumeIntegral<int64_t>();
   }
   void Round();
 };
@@ -96,12 +91,11 @@ void Rounds::Round() {
   int start = kKeptId;
   rc = db.InsertStartRecode(start, version.ptr, version.length, type.ptr, type.length, start_time);
   CHECK(version.ptr && type.ptr ? rc == 1 && start > last_start : rc == -1 && start == kKeptId);
-  a = b = kKept;
   if (rc == 1) {
     CHECK(db.SelectStartRecode(last_start = start, a, b, time) == 1);
     CHECK(std::tie(a, b, time) == std::make_tuple(version.Read(), type.Read(), start_time));
-    a = b = kKept, time = kKeptId;
   }
+  a = b = kKept, time = kKeptId;
   CHECK(db.SelectStartRecode(last_start + 1, a, b, time) == 0);
   CHECK(a == kKept && b == kKept && time == kKeptId);
 
@@ -126,9 +120,9 @@ void Rounds::Round() {
     *text = Cut(*text);
   }
   if (under && session.ptr) instance.session_id = session.Read();
-  std::vector<CoreRecode> cores(1, CoreRecode(kKeptId, kKept, kKept, 0, 0));
-  std::vector<InstanceInfo> instances(1, InstanceInfo(kKeptId, kKept, kKept, 0, kKept, 0, 0));
   const auto expect_records = [&](bool core_there, bool instance_there) {
+    std::vector<CoreRecode> cores(1, CoreRecode(kKeptId, kKept, kKept, 0, 0));
+    std::vector<InstanceInfo> instances(1, InstanceInfo(kKeptId, kKept, kKept, 0, kKept, 0, 0));
     ExpectRead(db.SelectAllCoreRecode(cores), cores, core, core_there);
     ExpectRead(db.SelectInstanceInfoWithStartRecodeId(parent, instances), instances, instance,
                instance_there);
@@ -170,9 +164,7 @@ void Rounds::Round() {
   CHECK(rc == 0 || (rc == -1 && !session_key.ptr));
   expect_entry(INT64_MIN, rc == -1 && entry && entry->second >= purge);
   CHECK(db.DeleteAllSessionCache() == 0);
-
-  // Exactly the lines the round must write.
-  CHECK(g_logger->Take() == (under ? std::vector<std::string>() : kRefused));
+  CHECK(g_logger->Take() == (under ? std::vector<std::string>() : kRefused));  // all its lines
 }
 
 }  // namespace

@@ -40,12 +40,13 @@ TEST_F(LifecycleTest, RefusedCallsLogNothingAndChangeNothing) {
 
 TEST_F(LifecycleTest, FailedInitLogsItsLineAndLeavesTheObjectReusable) {
   for (const std::string& path :
-       {m_dir.File("missing/test.db"), m_dir.path, m_dir.File("%s%n%p/x.db")}) {
+       {std::string(), m_dir.File("missing/test.db"), m_dir.path, m_dir.File("%s%n%p/x.db")}) {
     EXPECT_EQ(-1, InitOn(path));
     EXPECT_EQ(60, m_log->All().at(0).level);
-    EXPECT_EQ(
-        Lines{"[database]Open sqlite3 file[" + path + "] failed:unable to open database file"},
-        Take());
+    EXPECT_EQ(Lines{path.empty() ? "[database]Convert sqlite3 file path[] failed"
+                                 : "[database]Open sqlite3 file[" + path +
+                                       "] failed:unable to open database file"},
+              Take());
     EXPECT_TRUE(path == m_dir.path || !std::filesystem::exists(path));
     ExpectEveryOperationRefused(*m_db);
     EXPECT_EQ(0, m_db->Init(m_path.c_str()));
