@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "fuzz_util.h"
@@ -15,13 +14,11 @@ namespace {
 const std::string g_path = std::filesystem::temp_directory_path() /
                            ("database_interface_file_fuzzer." + std::to_string(getpid()));
 
-// -1 with one line beginning "[database]" (with `chain`, one or more), any
-// other result with none.
+// -1 with one "[database]" line (with `chain`, one or more); any other result with none.
 int Call(int rc, bool chain = false) {
-  const size_t lines = g_logger->lines.size();
-  CHECK(rc >= -1 && (rc == -1 ? lines == 1 || (chain && lines > 1) : lines == 0));
-  for (const std::string& line : g_logger->lines) CHECK(line.rfind("[database]", 0) == 0);
-  g_logger->lines.clear();
+  const std::vector<std::string> lines = g_logger->Take();
+  CHECK(rc >= -1 && (rc == -1 ? lines.size() == 1 || (chain && lines.size() > 1) : lines.empty()));
+  for (const std::string& line : lines) CHECK(line.rfind("[database]", 0) == 0);
   return rc;
 }
 
@@ -48,8 +45,8 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   RemoveStore();  // nothing an input left may be read with the next
-  std::ofstream(g_path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  std::FILE* const file = std::fopen(g_path.c_str(), "wb");
+  CHECK(file && std::fwrite(data, 1, size, file) == size && std::fclose(file) == 0);
   const auto db = IDatabaseInterface::CreateDatabaseInterface();
   int rc = -1;
   try {

@@ -14,13 +14,12 @@
 
 namespace database_interface::fuzz {
 
-inline void Check(bool ok, const char* condition, const char* file, int line) {
-  if (ok) return;
+[[noreturn]] inline void Fail(const char* condition, const char* file, int line) {
   std::fprintf(stderr, "%s:%d: check failed: %s\n", file, line, condition);
   std::abort();
 }
 #define CHECK(condition) \
-  database_interface::fuzz::Check((condition), #condition, __FILE__, __LINE__)
+  ((condition) ? void() : database_interface::fuzz::Fail(#condition, __FILE__, __LINE__))
 
 class Logger final : public base::IBaseLogInterface {
  public:
@@ -34,7 +33,6 @@ class Logger final : public base::IBaseLogInterface {
     lines.emplace_back(line);
     return 0;
   }
-  // The lines written since the last call.
   std::vector<std::string> Take() { return std::exchange(lines, {}); }
   std::vector<std::string> lines;
 };
@@ -46,8 +44,7 @@ inline Logger* const g_logger = [] {
   CHECK(sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0) == SQLITE_OK);
   CHECK(sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0) == SQLITE_OK);
   static const std::shared_ptr<Logger> logger = std::make_shared<Logger>();
-  base::IBaseLogInterface::GetLogInstance(logger);
-  return logger.get();
+  return static_cast<Logger*>(base::IBaseLogInterface::GetLogInstance(logger).get());
 }();
 
 }  // namespace database_interface::fuzz
