@@ -60,16 +60,17 @@
 // opened with SQLite's defences on: its triggers and views are never run, its
 // schema cannot switch the defences off, no temporary file is written, and
 // the file is never memory-mapped. A file that is not a database fails `Init`
-// at its first read, creating the tables, and is left as it was; so does a
-// FIFO or other file that is not a regular one, at once, at the open. A failed
-// open leaves no new file behind.
+// at its first read (the step that creates missing tables) and is left as it
+// was; a FIFO or other file that is not a regular one fails at once, at the
+// open, and is left alone. A failed open leaves no new file behind.
 //
 // Processes. Several processes may use one store. There is no busy wait: a
 // call that meets another process's lock returns -1 at once with its line
 // ending "failed:database is locked", and may be tried again. A process killed
 // mid-write leaves its journal; the next process to read rolls it back. An
-// `Init` that meets a lock fails at its first read, creating the tables, with
-// that statement's line and "[database]CreateTable failed".
+// `Init` that meets a lock fails at its first read (the step that creates
+// missing tables), with that statement's line and "[database]CreateTable
+// failed".
 //
 // Exceptions. The library throws nothing of its own. What the standard
 // library raises passes through: std::bad_alloc, std::system_error from a
