@@ -6,7 +6,7 @@
 // process to find every acknowledged call's rows there.
 #include <sqlite3.h>
 
-#include <cstring>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -118,16 +118,15 @@ struct ShimFile {
 // When set, what happens to journals: 'w'rite, 't'runcate, 's'ync, 'd'elete;
 // and to the database file: 'W'rite, 'F'etch of a memory-mapped page.
 std::string* g_trace = nullptr;
-void Trace(sqlite3_file* f, char op);
 ShimFile* Shim(sqlite3_file* file) { return reinterpret_cast<ShimFile*>(file); }
 sqlite3_file* Real(sqlite3_file* file) { return reinterpret_cast<sqlite3_file*>(Shim(file) + 1); }
+void Trace(sqlite3_file* f, char op) {
+  if (g_trace != nullptr) *g_trace += Shim(f)->journal ? op : static_cast<char>(std::toupper(op));
+}
 
 template <auto kMember, unsigned kPoint, typename... Args>
 int Forward(sqlite3_file* f, Args... args) {
   return Fails(kPoint) ? g_armed.fault.code : (Real(f)->pMethods->*kMember)(Real(f), args...);
-}
-void Trace(sqlite3_file* f, char op) {
-  if (g_trace != nullptr) *g_trace += Shim(f)->journal ? op : static_cast<char>(std::toupper(op));
 }
 
 int Fetch(sqlite3_file* f, sqlite3_int64 offset, int size, void** page) {
